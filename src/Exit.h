@@ -1,0 +1,18 @@
+// The end of a run.
+#ifndef QX_EXIT_H
+#define QX_EXIT_H
+
+// Closes the interfaces (the receive thread is stopped and joined) and frees the tables. Returns 0.
+int exit_All();
+
+// Frees Slave and Broadcast; both must be allocated.
+void exit_Variables_Slaves();
+
+// Frees ForcedDistributions when it is allocated.
+void exit_Variables();
+
+// Ends the process with Status, from either thread: every end of the process but an assertion goes
+// through here. Streams are flushed. When both threads come, the first one's status counts.
+[[noreturn]] void exit_Process(int Status);
+
+#endif
