@@ -29,22 +29,26 @@ struct ItemKey {
 using ItemTable = std::map<ItemKey, Item>;
 using FileTable = std::map<std::string, std::vector<std::uint8_t>>;
 
+// What a fault does to the answers. Faults that strike one command act one after the other, in the
+// order of the table: Error with Duplicate is an error answer that comes twice. A fault that does
+// not fit the answer (WrongCounter on a single frame, WrongType on a board state) leaves it alone.
 enum class FaultKind {
-    Silence,          // no answer
-    Error,            // error answer with Code
+    Silence,          // no answer; the command has been carried out
+    Error,            // error answer with Code; the command is not carried out
     Late,             // the answer comes Delay later
     Duplicate,        // the answer comes twice
     WrongType,        // the type byte of the item answered is Code
     WrongLength,      // the length byte of the item answered is Code
-    WrongValue,       // the value bytes of the answer are Bytes
+    WrongValue,       // the value bytes of the answer are Bytes; an item's length byte follows
     WrongCounter,     // second frame of a multi-frame answer has a wrong frame counter
     LoneContinuation, // a continuation frame without a start comes before the answer
     Truncated,        // the last frame of a multi-frame answer, or the last data byte of a single
                       // one, is missing
-    OtherBoard,       // the answer bears the address of board Other
-    Unsolicited,      // an answer that nobody asked for comes before the answer
+    OtherBoard,       // the answer bears the address of board Other: its physical one, or the board
+                      // type and number of Bytes, for a board that has been moved
+    Unsolicited,      // an answer that nobody asked for (function 63) comes before the answer
     ShortWrite,       // a file write stores Code bytes fewer than sent, and answers success
-    NegativeLength,   // an open answers a negative file length
+    NegativeLength,   // an open answers the file length -1
     NoData,           // a read answers success without data
     AlreadyOpen,      // an open finds a forgotten open file (130 until it is closed)
 };
