@@ -1,0 +1,164 @@
+#include "A2l.h"
+#include "Config.h"
+#include "Exit.h"
+#include "FileTools.h"
+#include "Log.h"
+#include "Paths.h"
+#include "Status.h"
+#include <cstdlib>
+#include <cstring>
+
+static const char SOURCE[] = "../src/A2l";
+static const char REMOVE_COMMAND[] = "rm " PATH_APPL_TODO;
+
+FILE *A2lFile;
+char (*ForcedDistributions)[DISTRIBUTION_SIZE];
+
+constexpr int A2L_LINE_SIZE = 129;
+
+static int ctrl_Signature()
+{
+    int64_t Signature = 0;
+
+    switch (read_Number(A2lFile, A2L_LINE_SIZE, 10, &Signature)) {
+    case -1:
+        REPORT("Erreur de lecture de la signature.");
+        return ERR_TODO_FILE;
+    case 0:
+        REPORT("Erreur de conversion de la signature.");
+        return ERR_TODO_FILE;
+    default:
+        break;
+    }
+    if (static_cast<uint16_t>(Signature) != FILE_SIGNATURE) {
+        REPORT("La signature n'est pas correcte.");
+        return ERR_TODO_FILE;
+    }
+    return 0;
+}
+
+// The lines after the signature: they must be there, and the last one start with a number.
+static int ctrl_DateAndVersions()
+{
+    char Line[A2L_LINE_SIZE];
+    int64_t Version = 0;
+
+    if (fgets(Line, sizeof Line, A2lFile) == nullptr) {
+        REPORT("Erreur de lecture de la date.");
+        return ERR_TODO_FILE;
+    }
+    if (fgets(Line, sizeof Line, A2lFile) == nullptr) {
+        REPORT("Erreur de lecture de la version de l'application.");
+        return ERR_TODO_FILE;
+    }
+    switch (read_Number(A2lFile, A2L_LINE_SIZE, 10, &Version)) {
+    case -1:
+        REPORT("Erreur de lecture de la version du fichier.");
+        return ERR_TODO_FILE;
+    case 0:
+        REPORT("Erreur de conversion de la version du fichier.");
+        return ERR_TODO_FILE;
+    default:
+        return 0;
+    }
+}
+
+// feof alone would not do: after a complete last line it is still false.
+static bool is_AtEnd(FILE *pFile)
+{
+    const int Character = getc(pFile);
+
+    if (Character != EOF)
+        ungetc(Character, pFile);
+    return Character == EOF;
+}
+
+static void alloc_ForcedDistributions()
+{
+    ForcedDistributions =
+        static_cast<char(*)[DISTRIBUTION_SIZE]>(calloc(NbSlaves, sizeof *ForcedDistributions));
+    if (ForcedDistributions == nullptr) {
+        REPORT("Allocation : ForcedDistributions");
+        exit_Process(SYST_ERR_ALLOC);
+    }
+}
+
+// Index of the first slave with the functional address; -1: none.
+static int find_Slave(int DeviceIndex, int64_t FuncAddr1, int64_t FuncAddr2)
+{
+    for (int i = 0; i < NbSlaves; i++) {
+        if (Slave[i].Device == DeviceIndex && Slave[i].FuncAddr1 == FuncAddr1 &&
+            Slave[i].FuncAddr2 == FuncAddr2)
+            return i;
+    }
+    return -1;
+}
+
+// Takes over the request of a line, or passes over it. -496: unknown device.
+static int read_Request(const char *Line)
+{
+    const char *pText = Line;
+    char Word[A2L_LINE_SIZE];
+    char Name[DISTRIBUTION_SIZE];
+    int64_t FuncAddr1 = 0;
+    int64_t FuncAddr2 = 0;
+
+    if (scan_Word(&pText, Word, sizeof Word) != 1 || scan_Number(&pText, 10, &FuncAddr1) != 1 ||
+        scan_Number(&pText, 10, &FuncAddr2) != 1)
+        return 0;
+    const int DeviceIndex = find_Device(Word);
+    if (DeviceIndex == 0) {
+        REPORT("Error : Device unknown = %s", Word);
+        return ERR_TODO_FILE;
+    }
+    const int i = find_Slave(DeviceIndex, FuncAddr1, FuncAddr2);
+    // The name ends up in paths and command lines: it must be whole and safe.
+    if (i < 0 || scan_Word(&pText, Name, sizeof Name) != 1 || !ctrl_SafeDistributionName(Name))
+        return 0;
+    memcpy(ForcedDistributions[i], Name, sizeof Name);
+    ForcedDownloadMask |= Slave[i].Mask;
+    return 0;
+}
+
+static int read_Requests()
+{
+    char Line[A2L_LINE_SIZE];
+    int Status = 0;
+
+    alloc_ForcedDistributions();
+    while (Status == 0 && fgets(Line, sizeof Line, A2lFile) != nullptr)
+        Status = read_Request(Line);
+    return Status;
+}
+
+int read_Todo_FromA2lFile()
+{
+    ASSERT(ForcedDownloadMask == 0, "ForcedDownloadMask == 0");
+    ASSERT(ForcedDistributions == nullptr, "ForcedDistributions == ((void *)0)");
+    ASSERT(A2lFile == nullptr, "A2lFile == ((void *)0)");
+
+    const int Presence = ctrl_FilePresence(PATH_APPL_TODO);
+    if (Presence == 0)
+        return 0;
+    if (Presence != 1) {
+        REPORT("Erreur non gérée : %i", Presence);
+        exit_Process(Presence);
+    }
+    A2lFile = fopen(PATH_APPL_TODO, "r");
+    if (A2lFile == nullptr) {
+        REPORT("Erreur : fopen(%s)", PATH_APPL_TODO);
+        return ERR_MASTER_OS;
+    }
+    int Status = ctrl_Signature();
+    if (Status == 0)
+        Status = ctrl_DateAndVersions();
+    if (Status == 0 && !is_AtEnd(A2lFile))
+        Status = read_Requests();
+    fclose(A2lFile);
+    A2lFile = nullptr;
+    if (system(REMOVE_COMMAND) != 0) {
+        REPORT("Error : %s", REMOVE_COMMAND);
+        Status = ERR_MASTER_OS;
+    }
+    return Status;
+}
