@@ -1,0 +1,246 @@
+#include "Bench.h"
+#include "MT_Info.h"
+#include "Reports.h"
+#include "Status.h"
+
+static std::string make_Text(const std::string &Header, const std::string &Text)
+{
+    return Header + " " + to_Hex(reinterpret_cast<const uint8_t *>(Text.data()), int(Text.size()));
+}
+
+// What Convert left in Result, or "! " and the report of its failure, which leaves Empty.
+template <typename CONVERT>
+static std::string get_Outcome(CONVERT Convert, const std::string &Empty)
+{
+    std::string Result;
+    int Status = 0;
+    const std::string Reports = get_Reports([&] { Status = Convert(Result); });
+    if (Status == 0 && Reports.empty())
+        return Result;
+    EXPECT_EQ(Status, GEN_ERR_FORMAT) << Reports;
+    EXPECT_EQ(Result, Empty) << Reports;
+    return Reports.substr(0, Reports.size() - 1).replace(0, strlen("MT_Info: Erreur :"), "!");
+}
+
+TEST(MT_Info, Conversions)
+{
+    const std::string Format = "! Info2string - Format", Digits = "123456789012345";
+    const std::string NoText = Format + " time_t - Ne doit pas exister";
+    const std::string NoLong = "! Info2long - Format", TooLong = "! Info2long - Float trop long";
+    struct {
+        const char *Fault;
+        std::string Record, Text, Long; // the text goes into 16 bytes
+    } const Cases[] = {
+        {"char is signed", "00 01 01 C8", "200", "200"},
+        {"Len of char", "00 02 01 01 01", Format + " char", NoLong + " char"},
+        {"short sign", "00 02 02 FF FE", "-2", "65534"},
+        {"unsigned printed", "00 02 82 01 02", "", "258"},
+        {"Len of short", "00 01 02 01", Format + " short", NoLong + " short"},
+        {"long of 64 bits", "00 04 03 80 00 00 00", "-2147483648", "-2147483648"},
+        {"unsigned clamped", "00 04 83 FF FF FF FE", "", "-2"},
+        {"long beyond answer", "00 04 03 01 02 03", Format + " long", NoLong + " long"},
+        {"digit is a number", "00 01 04 37", "7", NoLong + " char ascii"},
+        {"Len of ascii", "00 00 04", Format + " char ascii", NoLong + " char ascii"},
+        {"text beyond Len", "00 02 05 31 32 33", "12", "12"},
+        {"text behind NUL", "00 04 05 31 00 32 33", "1", "1"},
+        {"number in a text", make_Text("00 05 05", " -7 x"), " -7 x", "-7"},
+        {"no number", make_Text("00 03 05", "A12"), "A12", "! Info2long(A12) - Pas numérique"},
+        {"above 32 bits", make_Text("00 0A 05", "3000000000"), "3000000000", "2147483647"},
+        {"below 32 bits", make_Text("00 0B 05", "-3000000000"), "-3000000000", "-2147483648"},
+        {"above 64 bits", make_Text("00 14 05", Digits + "99999"), Format, "2147483647"},
+        {"unsigned text", make_Text("00 0A 85", "3000000000"), "", "-1294967296"},
+        {"unsigned above", make_Text("00 0A 85", "4294967297"), "", "-1"},
+        {"unsigned minus", make_Text("00 02 85", "-5"), "", "-5"},
+        {"text fits", make_Text("00 0F 05", Digits), Digits, "2147483647"},
+        {"text cut", make_Text("00 10 05", Digits + "6"), Format, "2147483647"},
+        {"text beyond answer", "00 04 05 31", Format, NoLong},
+        {"bytes", "00 02 06 01 0A", " 01 0A", "! Type = 6 ne doit pas exister"},
+        {"bytes cut", "00 06 08 01 02 03 04 05 06", Format, "! Type = 8 ne doit pas exister"},
+        {"float order", "00 04 07 00 00 C0 BF", "-1.500000", "-1"},
+        {"float Len", "00 03 07 00 00 C0", Format + " float", NoLong + " float"},
+        {"float limit", "00 04 07 00 00 00 4F", Format + " float", "2147483647"},
+        {"float above", "00 04 07 01 00 00 4F", Format + " float", TooLong},
+        {"float below", "00 04 07 00 00 80 FF", "-inf", "-2147483648"},
+        {"float NaN", "00 04 07 00 00 C0 7F", "nan", "0"},
+        {"unsigned float", "00 04 87 5E D0 32 4F", "", "-1294967296"},
+        {"unsigned limit", "00 04 87 00 00 80 4F", "", "-1"},
+        {"unsigned too long", "00 04 87 01 00 80 4F", "", TooLong},
+        {"unsigned below 0", "00 04 87 00 00 80 BF", "", "0"},
+        {"time order", "00 04 09 66 00 00 01", NoText, "1711276033"},
+        {"unsigned time", "00 04 89 00 00 00 01", "", NoLong + " time_t"},
+        {"unknown type", "00 01 0A 07", "", "0"},
+        {"absent bytes", "00", "", "0"},
+    };
+    for (const auto &Case : Cases) {
+        const std::vector<uint8_t> Record = from_Hex(Case.Record);
+        const int NbRecord = int(Record.size());
+        const auto ConvertText = [&](std::string &Result) {
+            char Text[16] = "earlier text";
+            const int Status = Info2string(Record.data(), NbRecord, Text, sizeof Text);
+            Result = Text;
+            return Status;
+        };
+        const auto ConvertLong = [&](std::string &Result) {
+            int32_t Value = 99;
+            const int Status = Info2long(Record.data(), NbRecord, &Value);
+            Result = std::to_string(Value);
+            return Status;
+        };
+        EXPECT_EQ(get_Outcome(ConvertText, ""), Case.Text) << Case.Fault;
+        EXPECT_EQ(get_Outcome(ConvertLong, "0"), Case.Long) << Case.Fault;
+    }
+}
+
+// Absent, silent and faulty boards taken for each other; an answer that is left for the next read.
+TEST_F(BENCH, ReadOfOneItem)
+{
+    Script = {{{2, "00 00 04 02 02 01 2C"}}, {{2, "40 80"}}, {{2, "00 00 04 01 02 01"}}, {}};
+    int32_t Value = 0;
+    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), 0);
+    EXPECT_EQ(Value, 300);
+    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), ERR_INFO_UNKNOWN);
+    EXPECT_EQ(ReplaceSlavesMask, 0u);
+    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), -1);
+    EXPECT_EQ(ReplaceSlavesMask, 2u);
+    EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "the answer that did not convert";
+    EXPECT_EQ(TimeoutMask, 0u);
+    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), -1);
+    EXPECT_EQ(TimeoutMask, 2u);
+    EXPECT_EQ(get_Sent(), std::vector<std::string>(4, "181043F0#40 04"));
+
+    Script = {{{1, "41 05"}}};
+    EXPECT_EQ(get_Info_FromSlave(1, INFO_SOFTWARE, 2), ERR_INFO_ANSWER);
+    EXPECT_EQ(ReplaceSlavesMask, 3u);
+    EXPECT_EQ(FakeCan.Sent.size(), 5u);
+    EXPECT_EQ(get_Info_FromSlave(3, INFO_SOFTWARE, 2), GEN_ERR_PRG_VANTREL);
+    EXPECT_EQ(get_Info_FromSlave(0, INFO_SOFTWARE, 2), GEN_ERR_PRG_VANTREL);
+    EXPECT_EQ(FakeCan.Sent.size(), 5u) << "a read of no slave or of two was sent";
+    EXPECT_EXIT(get_Long_Info_FromSlave(3, 64, 4, &Value), testing::ExitedWithCode(126), "");
+}
+
+// A lost extreme, a slave that is not asked, a lesser trouble that hides a greater one.
+TEST_F(BENCH, MinMaxOverSlaves)
+{
+    const char *const Silent = "", *const Unknown = "40 80", *const Refused = "40 05";
+    const char *const Minus2 = "00 00 02 04 03 FF FF FF FE", *const Seven = "00 00 02 01 01 07";
+    const char *const Damaged = "00 00 02 02 01 07";
+    struct {
+        const char *Answers[3];
+        int Status;
+        int32_t Min, Max;
+    } const Cases[] = {
+        {{Seven, Minus2, Seven}, 0, -2, 7},
+        {{Unknown, Seven, Unknown}, -490, 7, 7},
+        {{Damaged, Silent, Minus2}, -493, -2, -2},
+        {{Silent, Unknown, Damaged}, -493, INT32_MAX, INT32_MIN},
+        {{Silent, Refused, Silent}, -491, INT32_MAX, INT32_MIN},
+    };
+    for (const auto &Case : Cases) {
+        FakeCan.Sent.clear();
+        Script = {{{1, Case.Answers[0]}}, {{2, Case.Answers[1]}}, {{4, Case.Answers[2]}}};
+        int32_t Min = 0, Max = 0;
+        EXPECT_EQ(get_Info_MinMax_FromSlaves(7, 0, 2, &Min, &Max), Case.Status);
+        EXPECT_EQ(Min, Case.Min);
+        EXPECT_EQ(Max, Case.Max);
+        EXPECT_EQ(get_Sent(),
+                  (std::vector<std::string>{"180843F0#40 02", "181043F0#40 02", "180883F0#40 02"}));
+    }
+}
+
+// A write with wrong bytes, or one that a board refused and that passes for done.
+TEST_F(BENCH, WriteOfOneItem)
+{
+    const uint8_t Map[300] = {0x01, 0x0A};
+    Script = {{{2, "20 00"}}, {{2, "60 05"}}, {}};
+    EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), 0);
+    EXPECT_EQ(get_Sent(), std::vector<std::string>{"181043F0#60 01 02 06 01 0A"});
+    EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), ERR_ANSWER_WRITE);
+    EXPECT_EQ(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, 2, Map), ERR_TIMEOUT);
+    EXPECT_EQ(ReplaceSlavesMask, 2u);
+    EXPECT_EQ(TimeoutMask, 4u);
+
+    cmd_setInfo(&Cmd, 2, FLAG_ACK, INFO_WRITE_HARDWARE, 1, 6, 300, Map);
+    EXPECT_EQ(Cmd.NbP, 303);
+    EXPECT_EQ(to_Hex(Cmd.pP, 4), "01 2C 06 01");
+    EXPECT_DEATH(cmd_setInfo(&Cmd, 2, FLAG_ACK, 32, 1, 6, 766, nullptr), "Len \\+ 3 <= 768");
+}
+
+// A name that is cut, lets a board's text into the shell, or is taken although an item is missing.
+TEST_F(BENCH, DistributionName)
+{
+    const std::string Long(33, 'N');
+    const char *const One = "01 00 03 02 02 00 01";
+    struct {
+        const char *Fault;
+        std::string Name;
+        const char *Third; // version item 4
+        int Status;
+        std::string Expected;
+    } const Cases[] = {
+        {"not joined", "ABC", "01 00 04 02 02 01 2C", 0, "ABC.1.300.1"},
+        {"39 characters refused", Long, One, 0, Long + ".1.1.1"},
+        {"40 characters taken", Long + "N", One, -895, Long + "N.1.1"},
+        {"long name cut", Long + Long, One, -895, ""},
+        {"slash", "A/B", One, -895, "A/B.1.1.1"},
+        {"command", "$(x)", One, -895, "$(x).1.1.1"},
+        {"unknown item", "ABC", "41 80", -490, "ABC.1"},
+    };
+    for (const auto &Case : Cases) {
+        char Header[32], Name[DISTRIBUTION_SIZE];
+        snprintf(Header, sizeof Header, "01 00 02 %02X 05",
+                 static_cast<unsigned>(Case.Name.size()));
+        FakeCan.Sent.clear();
+        Script = {{{4, make_Text(Header, Case.Name)}}, {{4, One}}, {{4, Case.Third}}, {{4, One}}};
+        EXPECT_EQ(make_DistributionName_FromSlave(4, Name), Case.Status) << Case.Fault;
+        EXPECT_EQ(Name, Case.Expected) << Case.Fault;
+        EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "answer kept: " << Case.Fault;
+    }
+    char Name[DISTRIBUTION_SIZE];
+    EXPECT_EQ(make_DistributionName_FromSlave(0, Name), GEN_ERR_PRG_VANTREL);
+}
+
+// A level that a slave or the application does not know; a slave in the wrong list.
+TEST_F(BENCH, ProtocolOfAnInterface)
+{
+    const char *const From1To5 = "01 00 0B 06 06 FF 01 05 00 00 00";
+    const char *const From3To9 = "01 00 0B 09 06 04 00 09 FF 03 09 00 00 00";
+    const char *const Any = "01 00 0B 05 06 FF 00 FF 00 00";
+    const char *const Silent = "";
+    struct {
+        const char *Fault;
+        std::string Second, Third; // answers of boards 1 and 2; board 0 accepts 1 to 5
+        uint16_t Param1, Param2;
+        int Status, Level;
+        BM_SLAVE_CAST TimeOut, Replace, NoDistribution;
+    } const Cases[] = {
+        {"level", From3To9, Any, 2, 4, 0, 4, 0, 0, 0},
+        {"level above a slave's", From3To9, Any, 2, 9, 0, 5, 0, 0, 0},
+        {"application too new", From3To9, Any, 6, 9, -1, -1, 0, 0, 0},
+        {"application too old", From3To9, Any, 0, 2, -1, -1, 0, 0, 0},
+        {"application unset", Any, Any, 0xFFFF, 0xFFFF, -1, -1, 0, 0, 0},
+        {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
+        {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
+        {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, -1, -1, 0, 0, 0},
+        {"triple cut", "01 00 0B 06 06 FF 00", Any, 0, 9, -1, -1, 0, 0, 0},
+        {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
+        {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
+        {"item unknown", Any, "41 80", 0, 9, -490, -1, 0, 0, 4},
+        {"silence", "41 80", Silent, 0, 9, -493, -1, 4, 0, 2},
+        {"error", "41 05", Silent, 0, 9, -491, -1, 4, 2, 0},
+    };
+    for (const auto &Case : Cases) {
+        TimeoutMask = ReplaceSlavesMask = NoDistributionMask = 0;
+        FakeCan.Sent.clear();
+        Groups[CAN_A].ProtocolStructure = 255;
+        Groups[CAN_A].ProtocolLevel = -1;
+        Groups[CAN_A].ProtocolParam1 = Case.Param1;
+        Groups[CAN_A].ProtocolParam2 = Case.Param2;
+        Script = {{{2, Case.Second}, {1, From1To5}, {4, Case.Third}}};
+        EXPECT_EQ(get_Protocol_FromSlaves(CAN_A), Case.Status) << Case.Fault;
+        EXPECT_EQ(Groups[CAN_A].ProtocolLevel, Case.Level) << Case.Fault;
+        EXPECT_EQ(TimeoutMask, Case.TimeOut) << Case.Fault;
+        EXPECT_EQ(ReplaceSlavesMask, Case.Replace) << Case.Fault;
+        EXPECT_EQ(NoDistributionMask, Case.NoDistribution) << Case.Fault;
+        EXPECT_EQ(get_Sent(), std::vector<std::string>{"180003F0#41 0B"}) << Case.Fault;
+    }
+}
