@@ -180,6 +180,7 @@ int init_Variables_Slaves()
     Slave = alloc_Table<SLAVE>(NbSlaves);
     if (!Slave) {
         REPORT("Allocation : Slave");
+        close_ConfigFile();
         return SYST_ERR_ALLOC;
     }
     for (int i = 0; i < NbSlaves; i++)

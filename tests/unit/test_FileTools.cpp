@@ -1,0 +1,190 @@
+#include "FileTools.h"
+#include "Log.h"
+#include "PrivateFolders.h"
+#include <filesystem>
+
+namespace
+{
+
+testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
+
+// A machine whose card and network share are mounted by the platform's commands. Each command that
+// runs leaves its name in /var/calls.
+struct Storage : testing::Test {
+    void SetUp() override
+    {
+        setenv("PATH", "/mnt/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
+        set_Command("/mnt/bin/ins_cf", "mount -t tmpfs none /mnt/cf");
+        set_Command("/mnt/bin/rm_cf", "umount /mnt/cf");
+        set_Command("/home/user/save/exe/mount_net", "exit 1");
+        std::filesystem::create_directories("/mnt/cf");
+        write_File("/home/user/save/file", "card");
+        testing::internal::CaptureStdout();
+    }
+    void TearDown() override
+    {
+        system("umount /mnt/cf 2> /dev/null");
+        std::filesystem::remove("/var/calls");
+        if (!Out.empty())
+            return;
+        testing::internal::GetCapturedStdout();
+    }
+    void set_Command(const std::string &Path, const std::string &Body)
+    {
+        write_Script(Path, "echo ${0##*/} $* >> /var/calls\n" + Body);
+    }
+    // The commands that ran since the last call.
+    std::string take_Calls()
+    {
+        const std::string Calls = read_File("/var/calls");
+        std::filesystem::remove("/var/calls");
+        return Calls;
+    }
+    // Whether standard output up to the first call of these holds the text, the report.
+    bool printed(const std::string &Text)
+    {
+        if (Out.empty())
+            Out = testing::internal::GetCapturedStdout();
+        return Out.find(Text) != std::string::npos;
+    }
+    bool reported(const std::string &Text)
+    {
+        return printed(Text + "\n");
+    }
+    std::string Out;
+};
+
+// Storage that stays mounted, that is unmounted under somebody else, or a result that the unmount
+// changes.
+TEST_F(Storage, IsMountedOnlyForTheWork)
+{
+    EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), 1);
+    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\n");
+    EXPECT_EQ(ctrl_FilePresence("/home/user/saved"), 0); // the beginning of the path decides
+    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\n");
+    EXPECT_EQ(ctrl_DirPresence("/home/user"), 1);
+    EXPECT_EQ(take_Calls(), "");
+
+    EXPECT_EQ(mount("/home/user/save"), 0);
+    EXPECT_EQ(ctrl_mount("/home/user/save"), 1);
+    EXPECT_EQ(make_Dir("/home/user/save/new"), 0);
+    EXPECT_EQ(take_Calls(), "ins_cf\n");
+    EXPECT_EQ(umount("/home/user/save/anything"), 0);
+    EXPECT_EQ(take_Calls(), "rm_cf\n");
+
+    set_Command("/mnt/bin/rm_cf", "umount /mnt/cf; exit 3");
+    EXPECT_EQ(ctrl_DirPresence("/home/user/save/new"), 1);
+    EXPECT_EQ(mount("/home/user/save/anything"), 0); // mounts by exact names only
+    EXPECT_EQ(ctrl_mount("/home/user/vantrel"), 1);
+    EXPECT_TRUE(reported("Erreur : umount"));
+}
+
+TEST_F(Storage, RunsTheCommandsOfEachDevice)
+{
+    set_Command("/home/user/usbmount", "exit 0");
+    set_Command("/home/user/save/exe/umount_net", "exit 1");
+    EXPECT_EQ(ctrl_FilePresence("/mnt/removable/x"), 0);
+    EXPECT_EQ(take_Calls(), "usbmount /mnt/removable\nusbmount /mnt/removable umount\n");
+    EXPECT_EQ(mount("/mnt/net"), -997);
+    EXPECT_EQ(umount("/mnt/net"), -996);
+    EXPECT_EQ(take_Calls(), "mount_net\numount_net\n");
+}
+
+// Work on storage that is not there.
+TEST_F(Storage, FailedMountSkipsTheWork)
+{
+    set_Command("/mnt/bin/ins_cf", "exit 1");
+    EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), -997);
+    EXPECT_EQ(make_Dir("/home/user/save/never"), -997);
+    EXPECT_FALSE(std::filesystem::exists("/home/user/save/never"));
+    EXPECT_EQ(take_Calls(), "ins_cf\nins_cf\n");
+    EXPECT_TRUE(reported("Error : mount"));
+    EXPECT_TRUE(reported("Erreur : mount"));
+}
+
+TEST_F(Storage, CopyMountsBothSides)
+{
+    EXPECT_EQ(copy_File("/home/user/save/file", "/home/user/vantrel/tmp"), 0);
+    EXPECT_EQ(read_File("/home/user/vantrel/tmp/file"), "card");
+    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nrm_cf\n"); // its presence, then the copy
+    EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/net/file"), -997);
+    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nmount_net\n"); // the card stays mounted
+    EXPECT_EQ(copy_File("/nowhere", "/nowhere"), 0);
+    EXPECT_EQ(copy_File("/nowhere", "/var/x"), -892);
+    EXPECT_EQ(copy_File(nullptr, "/var/x"), -898);
+    EXPECT_EQ(copy_File("/nowhere", nullptr), -898);
+    EXPECT_EQ(copy_File("/var/calls", "/nowhere/x"), -892);
+    EXPECT_EQ(copy_File("/home/user/save/file", "/nowhere/x"), -998);
+    EXPECT_TRUE(reported("Erreur : Source n'existe pas (\"/nowhere\")"));
+    EXPECT_TRUE(reported("Erreur : cp \"/home/user/save/file\" \"/nowhere/x\" (Status = 256)"));
+}
+
+TEST_F(Storage, MakesOneDirectory)
+{
+    EXPECT_EQ(make_Dir("/var/one"), 0);
+    EXPECT_EQ(make_Dir("/var/one"), 0);
+    EXPECT_EQ(make_Dir("/var/two/three"), -994);
+    EXPECT_EQ(ctrl_FilePresence(nullptr), 0);
+    EXPECT_TRUE(reported("Erreur : test -d \"/var/two/three\""));
+    EXPECT_TRUE(reported("Erreur : pas de nom de fichier"));
+}
+
+// A log without the failed condition or its trailer, and a name at the bound that is refused.
+TEST_F(Storage, AssertionsCompleteTheLogFirst)
+{
+    EXPECT_EQ(ctrl_DirPresence(std::string(129, 'd').c_str()), 0);
+    ErrorInit(PATH_LOG);
+    EXPECT_DEATH(ctrl_DirPresence(std::string(130, 'd').c_str()),
+                 "Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
+    EXPECT_EQ(ErrorClose(), 0);
+    const std::string Log = read_File(PATH_LOG);
+    const size_t Report = Log.find("(strlen(DirName) + 10 < 140)\nFin - ");
+    EXPECT_NE(Report, std::string::npos) << Log;
+    EXPECT_DEATH(copy_File("/home/user/save/file", std::string(110, 't').c_str()),
+                 "Assertion `\\(strlen\\(Source\\) \\+ strlen\\(Target\\) \\+ 10 < 140\\)'");
+    EXPECT_TRUE(printed("Assert : ../src/FileTools "));
+}
+
+TEST(Bytes, AreReadUpToTheEnd)
+{
+    write_File("/var/bytes", std::string("\xFF\x00\x01\x02", 4));
+    FILE *const pFile = fopen("/var/bytes", "r");
+    uint8_t Buffer[4] = {};
+    EXPECT_EQ(read_Bytes_FromFile(pFile, Buffer, 2), 2);
+    EXPECT_EQ(Buffer[0], 0xFF);
+    EXPECT_EQ(read_Bytes_FromFile(pFile, Buffer, 0), 0); // takes a byte all the same
+    EXPECT_EQ(read_Bytes_FromFile(pFile, Buffer, 4), 1);
+    EXPECT_EQ(Buffer[0], 0x02);
+    fclose(pFile);
+}
+
+TEST(Text, IsFoundInPiecesOfALine)
+{
+    write_File("/var/text", "Tmpfs /MNT/Cf\n" + std::string(96, 'x') + "needle\nNeedles");
+    EXPECT_EQ(grep("/mnt/cf", "/var/text", 0), 1);
+    EXPECT_EQ(grep("/mnt/cf", "/var/text", 1), 0);
+    EXPECT_EQ(grep("xneed", "/var/text", 1), 0); // cut after "nee"
+    EXPECT_EQ(grep("needles", "/var/text", 0x100), 1);
+    EXPECT_EQ(grep("x", "/var/absent", 1), 0);
+    EXPECT_STREQ(stristr("aAaB", "AB"), "aB");
+    EXPECT_STREQ(stristr("abc", ""), "abc");
+    EXPECT_EQ(stristr("ab", "abc"), nullptr);
+}
+
+// A name from a board that would leave its folder, become an option or reach the shell.
+TEST(Names, FromOutsideAreChecked)
+{
+    for (const char *Name :
+         {"a", "a/b-c_d.e,f", ".a", "..a", "a..", "...", "a@b%c+d=e:f", "\xC3\xA9"})
+        EXPECT_TRUE(ctrl_SafeName(Name)) << Name;
+    for (const char *Name : {"", "-a", "/a", "a/", "a//b", ".", "..", "a/../b", "./a", "a/.", "a b",
+                             "a\tb", "a\nb", "\x7F", "a`b"})
+        EXPECT_FALSE(ctrl_SafeName(Name)) << Name;
+    for (const char Character : std::string("\"'\\$;&|<>(){}[]*?!#~^"))
+        EXPECT_FALSE(ctrl_SafeName((std::string("a") + Character).c_str())) << Character;
+    EXPECT_TRUE(ctrl_SafeDistributionName("NAME.1.2.3"));
+    EXPECT_FALSE(ctrl_SafeDistributionName("a/b"));
+    EXPECT_FALSE(ctrl_SafeDistributionName("-a"));
+}
+
+} // namespace

@@ -1,0 +1,154 @@
+#include "Exit.h"
+#include "Log.h"
+#include "PrivateFolders.h"
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+
+namespace
+{
+
+testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
+const char SOURCE[] = "../src/Config";
+
+// Time stamps of ctime's shape become "TIME ", with a year behind them "TIME YEAR".
+std::string hide_Times(std::string Text)
+{
+    const std::string Shape = "Aaa Aaa *# ##:##:## ";
+    const auto Fits = [](char Kind, unsigned char C) {
+        return Kind == 'A'   ? isupper(C) != 0
+               : Kind == 'a' ? islower(C) != 0
+               : Kind == '#' ? isdigit(C) != 0
+                             : Kind == '*' || Kind == C;
+    };
+    for (size_t i = 0; i + Shape.size() < Text.size(); i++) {
+        if (!std::equal(Shape.begin(), Shape.end(), &Text[i], Fits))
+            continue;
+        const bool Year = Text[i + Shape.size()] == '2';
+        Text.replace(i, Shape.size() + (Year ? 4 : 0), Year ? "TIME YEAR" : "TIME ");
+    }
+    return Text;
+}
+
+// A wrong byte anywhere between header and trailer, or a report that differs on standard output.
+TEST(Log, HoldsHeaderVersionReportsTrailer)
+{
+    umask(022);
+    testing::internal::CaptureStdout();
+    const int HeaderSize = ErrorInit(PATH_LOG);
+    write_Version();
+    report_Error(SOURCE, 504, "Erreur : fopen(%s)", "x");
+    report_TimeStamp(SOURCE, 7, "- NbBoucle = 3");
+    const int Closed = ErrorClose();
+    const std::string Out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(HeaderSize, 39);
+    EXPECT_EQ(Closed, 0);
+    const std::string Reports = "../src/Config 504 : TIME Erreur : fopen(x)\n"
+                                "../src/Config 7 : TIME TIME - NbBoucle = 3\n";
+    EXPECT_EQ(hide_Times(Out), Reports);
+    EXPECT_EQ(hide_Times(read_File(PATH_LOG)), "\n\nProjet : qx\nTIME YEAR\n"
+                                               "Version : 1.1.6 - Jan 22 2015  15:04:49\n" +
+                                                   Reports + "Fin - TIME YEAR\n\n");
+    struct stat Info;
+    ASSERT_EQ(stat(PATH_LOG, &Info), 0);
+    EXPECT_EQ(Info.st_mode & 0777, 0644u);
+}
+
+// A message that overruns its field, or that loses the end of its line when it is cut.
+TEST(Log, CutsLongMessages)
+{
+    testing::internal::CaptureStdout();
+    report_Error(SOURCE, 1, "%s", std::string(200, 'x').c_str());
+    report_TimeStamp(SOURCE, 1, std::string(200, 'x').c_str());
+    EXPECT_EQ(hide_Times(testing::internal::GetCapturedStdout()),
+              "../src/Config 1 : TIME " + std::string(120, 'x') + "\n../src/Config 1 : TIME TIME " +
+                  std::string(100, 'x') + "\n");
+}
+
+// "-v" and the usage end without a log; a log that cannot be opened fails only at the close.
+TEST(Log, ClosedAndUnopened)
+{
+    EXPECT_EQ(ErrorClose(), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(ErrorInit("/home/nowhere/loader.log"), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n\tLe fichier n'existe pas !");
+    EXPECT_EQ(ErrorFile, -1);
+    REPORT("perdu");
+    EXPECT_EQ(ErrorClose(), -1);
+}
+
+// A cut at the wrong byte, and a failed cut that loses the log.
+TEST(Log, TailKeepsTheLastBytes)
+{
+    const char Path[] = "/home/user/save/log/tail";
+    EXPECT_EQ(ErrorTail(Path, 20000), 0);
+    EXPECT_FALSE(std::filesystem::exists(Path));
+    const std::string Kept = "b" + std::string(19998, 'c') + "d";
+    write_File(Path, Kept);
+    EXPECT_EQ(ErrorTail(Path, 20000), 0);
+    EXPECT_EQ(read_File(Path), Kept);
+    write_File(Path, "a" + Kept);
+    EXPECT_EQ(ErrorTail(Path, 20000), 0);
+    EXPECT_EQ(read_File(Path), Kept);
+    EXPECT_FALSE(std::filesystem::exists(std::string(Path) + "_TAIL"));
+
+    std::filesystem::create_directory(std::string(Path) + "_TAIL"); // no side file can be made
+    EXPECT_EQ(ErrorTail(Path, 100), -1);
+    EXPECT_EQ(read_File(Path), Kept);
+}
+
+// Reports of the two threads mixed into one another.
+TEST(Log, TwoThreadsWriteWholeLines)
+{
+    std::atomic<int> Started{0};
+    const auto Report = [&Started](const char *Text) {
+        Started++;
+        while (Started < 2) // both at once
+            ;
+        for (int i = 0; i < 200; i++)
+            report_Error(SOURCE, 9, "%s%s", Text, Text);
+    };
+    testing::internal::CaptureStdout();
+    ErrorInit("/var/threads");
+    std::thread Other(Report, "abcd");
+    Report("1234");
+    Other.join();
+    ErrorClose();
+    const std::string Out = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(read_File("/var/threads").substr(39, Out.size()) == Out);
+    std::istringstream Lines(hide_Times(Out));
+    int Count[2] = {};
+    for (std::string Line; std::getline(Lines, Line);) {
+        Count[0] += Line == "../src/Config 9 : TIME abcdabcd";
+        Count[1] += Line == "../src/Config 9 : TIME 12341234";
+    }
+    EXPECT_EQ(Count[0], 200);
+    EXPECT_EQ(Count[1], 200);
+}
+
+TEST(Log, AssertionNamesTheConditionAndAborts)
+{
+    EXPECT_EXIT(
+        stop_Assertion("../src/Init", 123, "Slave == ((void *)0)"),
+        testing::KilledBySignal(SIGABRT),
+        "^qx: \\.\\./src/Init:123: Assertion `Slave == \\(\\(void \\*\\)0\\)' failed\\.\n$");
+}
+
+// The receive thread ends the process while the main thread waits for it: a wait that never ends,
+// a status that is lost, a stream that is not flushed.
+TEST(Exit, EndsFromTheOtherThread)
+{
+    const auto End = [] {
+        fputs("left", fopen("/var/left", "w"));
+        std::thread([] { exit_Process(-898); }).join();
+    };
+    EXPECT_EXIT(End(), testing::ExitedWithCode(126), "");
+    EXPECT_EQ(read_File("/var/left"), "left");
+}
+
+} // namespace
