@@ -221,7 +221,7 @@ TEST_F(BENCH, ProtocolOfAnInterface)
         {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
         {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
         {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, -1, -1, 0, 0, 0},
-        {"triple cut", "01 00 0B 06 06 FF 00", Any, 0, 9, -1, -1, 0, 0, 0},
+        {"triple cut", "01 00 0B 0C 06 04 00 09 04 00 09 FF 00", Any, 0, 9, -1, -1, 0, 0, 0},
         {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
         {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
         {"item unknown", Any, "41 80", 0, 9, -490, -1, 0, 0, 4},
