@@ -36,7 +36,7 @@ struct Storage : testing::Test {
     // The commands that ran since the last call.
     std::string take_Calls()
     {
-        const std::string Calls = read_File("/var/calls");
+        std::string Calls = read_File("/var/calls");
         std::filesystem::remove("/var/calls");
         return Calls;
     }

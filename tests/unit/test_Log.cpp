@@ -3,7 +3,6 @@
 #include "PrivateFolders.h"
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -20,10 +19,10 @@ const char SOURCE[] = "../src/Config";
 std::string hide_Times(std::string Text)
 {
     const std::string Shape = "Aaa Aaa *# ##:##:## ";
-    const auto Fits = [](char Kind, unsigned char C) {
-        return Kind == 'A'   ? isupper(C) != 0
-               : Kind == 'a' ? islower(C) != 0
-               : Kind == '#' ? isdigit(C) != 0
+    const auto Fits = [](char Kind, char C) {
+        return Kind == 'A'   ? C >= 'A' && C <= 'Z'
+               : Kind == 'a' ? C >= 'a' && C <= 'z'
+               : Kind == '#' ? C >= '0' && C <= '9'
                              : Kind == '*' || Kind == C;
     };
     for (size_t i = 0; i + Shape.size() < Text.size(); i++) {
