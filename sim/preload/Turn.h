@@ -1,0 +1,47 @@
+// Virtual time, and the turn: of the loader's threads only one runs at a time, the one whose wake
+// time comes first (of equal ones the one that has waited longest). A wait costs nothing but the
+// hand-over, and nothing at all while the caller stays first; the order of events depends on
+// virtual time alone, so that two runs are the same.
+//
+// The turn changes hands through futex system calls in code that is never instrumented: a
+// thread sanitizer sees no synchronisation here, and what it finds in the loader stays found
+// although the threads alternate.
+//
+// A thread that waits for something else than virtual time (a lock that another thread holds across
+// a wait, say) would hold the turn for ever; the loader has no such place.
+#pragma once
+
+#include "Frame.h"
+#include <limits>
+#include <pthread.h>
+
+namespace qxsim::turn
+{
+
+constexpr Time NEVER{std::numeric_limits<Time::rep>::max()};
+
+// Called with the clock when it has reached the alarm; returns the time of the next alarm.
+using Alarm = Time (*)(Time Now);
+
+// The calling thread becomes the first one and has the turn.
+void start(Time Quantum, Time FirstAlarm, Alarm Called);
+
+// True on the threads that take turns: the first one and those that it and they create.
+bool has_Turn();
+
+Time get_Now();
+
+// The caller goes on not before Wake; the others run meanwhile.
+void wait_Until(Time Wake);
+
+// Waits for Duration, at least a quantum.
+void wait_Duration(Time Duration);
+
+// As pthread_create: the new thread runs at the caller's next wait.
+int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*Start)(void *),
+                  void *Argument);
+
+// As pthread_join: the others run until the thread has ended.
+int join_Thread(pthread_t Handle, void **Result);
+
+} // namespace qxsim::turn
