@@ -1,0 +1,465 @@
+#include "A2l.h"
+#include "Bench.h"
+#include "Loader.h"
+#include "Paths.h"
+#include "PrivateFolders.h"
+#include "Reports.h"
+#include "Status.h"
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+
+using std::string;
+
+static testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
+
+// The pauses of the polls pass at once.
+extern "C" int usleep(useconds_t)
+{
+    return 0;
+}
+
+// The bench with groups, a store, and boards that answer by what they are asked: "service Fn tag"
+// or "service Fn" to their answers, one a question (the last one stays); "|" parts answers that
+// come together, "" is silence.
+struct LOADER : BENCH {
+    BROADCAST AllGroups[FIRST_TYPE_GROUP + 3] = {};
+    std::map<string, std::deque<string>> Answers[3];
+    string Question, Asked; // "board service Fn tag, " in order
+    char Forced[3][DISTRIBUTION_SIZE] = {};
+
+    void SetUp() override
+    {
+        BENCH::SetUp();
+        Broadcast = AllGroups;
+        make_BroadcastMask();
+        clear_Masks();
+        FakeCan.OnSend = [this](const CAN_FRAME &Frame) { answer(Frame); };
+        ForcedDistributions = Forced;
+        for (SLAVE &Board : Boards)
+            Board.State = 3;
+        setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
+        write_Script("/mnt/bin/ins_cf", "exit 0");
+        write_Script("/mnt/bin/rm_cf", "exit 0");
+        std::filesystem::remove_all(DIR_STORE);
+        std::filesystem::create_directories(DIR_STORE);
+    }
+
+    void TearDown() override
+    {
+        ForcedDistributions = nullptr;
+        BENCH::TearDown();
+    }
+
+    static void clear_Masks()
+    {
+        MultipleSlavesOnAddMask = TimeoutMask = ReplaceSlavesMask = NewSlavesMask = 0;
+        NoDistributionMask = UpdateSwMask = ForcedDownloadMask = 0;
+    }
+
+    // Status of a phase and what it leaves in the masks: "-1 Timeout 2".
+    static string get_Result(int Status)
+    {
+        string Result = std::to_string(Status);
+        const std::pair<const char *, BM_SLAVE_CAST> Masks[] = {
+            {" Multiple ", MultipleSlavesOnAddMask}, {" Timeout ", TimeoutMask},
+            {" Replace ", ReplaceSlavesMask},        {" New ", NewSlavesMask},
+            {" NoDist ", NoDistributionMask},        {" Update ", UpdateSwMask},
+            {" Forced ", ForcedDownloadMask}};
+        for (const auto &[Name, Mask] : Masks)
+            Result += Mask != 0 ? Name + std::to_string(Mask) : "";
+        return Result;
+    }
+
+    void answer(const CAN_FRAME &Frame)
+    {
+        const unsigned Id = Frame.Identifier, Number = Id >> 19 & 31, Type = Id >> 14 & 31;
+        const size_t Start = (Id & 8) != 0 ? 2 : 1;
+        if (Start == 1 || (Frame.Data[1] & 0x80) != 0) {
+            const uint8_t Bytes[] = {uint8_t(Id >> 24), Frame.Data[0], Frame.Data[Start]};
+            Question = to_Hex(Bytes, Frame.Length > 1 ? 3 : 2);
+        }
+        for (unsigned i = 0; i < 3 && (Start == 1 || Frame.Data[1] == 0); i++) {
+            if ((Type == 0 || Type == 1 + i / 2) && (Number == 0 || Number == 1 + i % 2))
+                answer_As(i, Id); // the boards' addresses as the bench has them
+        }
+    }
+
+    void answer_As(unsigned i, unsigned Id)
+    {
+        Asked += std::to_string(i) + " " + Question + ", ";
+        const string Service = Question.substr(0, 5);
+        std::deque<string> &Next = Answers[i][Answers[i].count(Question) ? Question : Service];
+        if (Next.empty())
+            return;
+        std::istringstream Messages(Next.front());
+        for (string Message; std::getline(Messages, Message, '|');)
+            receive(uint8_t(Id >> 24), {1u << i, Message});
+        if (Next.size() > 1)
+            Next.pop_front();
+    }
+
+    int count_Asked(const string &Text) const
+    {
+        int Count = 0;
+        for (size_t At = 0; (At = Asked.find(Text, At)) != string::npos; At++)
+            Count++;
+        return Count;
+    }
+
+    void set_All(const string &Key, const string &A, const string &B, const string &C)
+    {
+        Answers[0][Key] = {A};
+        Answers[1][Key] = {B};
+        Answers[2][Key] = {C};
+    }
+
+    // A short item, as all boards or each of them have it.
+    void set_Shorts(const string &Key, int A, int B, int C)
+    {
+        string Messages[3];
+        for (int i = 0; i < 3; i++) {
+            const int Value = i == 0 ? A : i == 1 ? B : C;
+            const uint8_t Bytes[] = {2, 2, uint8_t(Value >> 8), uint8_t(Value)};
+            Messages[i] = (Key[4] == '1' ? "01 00 " : "00 00 ") + Key.substr(6) + " " +
+                          to_Hex(Bytes, sizeof Bytes);
+        }
+        set_All(Key, Messages[0], Messages[1], Messages[2]);
+    }
+
+    // Board 12, letter D, versions 9 and 9, thrice, and a compressed database on the card.
+    void set_Database(const string &Text)
+    {
+        const string Letter = "00 00 05 02 05 44 00";
+        set_Shorts("18 40 04", 12, 12, 12);
+        set_All("18 40 05", Letter, Letter, Letter);
+        set_Shorts("18 40 06", 9, 9, 9);
+        set_Shorts("18 40 07", 9, 9, 9);
+        write_File(PATH_SLAVES_DB, Text);
+        ASSERT_EQ(system("gzip -f " PATH_SLAVES_DB), 0);
+    }
+
+    // An archive with nothing but a header.
+    static void store_Archive(const string &Name, const string &Header)
+    {
+        write_File("/mnt/archive/sheader.bin", Header);
+        const string Command = "tar -C /mnt/archive -czf " DIR_STORE "/" + Name + ".tar.gz .";
+        ASSERT_EQ(system(Command.c_str()), 0);
+    }
+};
+
+// Digits weighed the wrong way round, small letters taken, a pair read beyond the text's end.
+TEST(Loader, HexaByte)
+{
+    const std::pair<const char *, int> Bytes[] = {{"", 0},     {" 1", -1}, {"\t1", -1}, {"7", 7},
+                                                  {"A0", 160}, {"0a", 10}, {"1F9", 31}, {"0b", -2},
+                                                  {"g1", -2},  {"1 ", -2}};
+    for (const auto &[Text, Byte] : Bytes)
+        EXPECT_EQ(get_HexaByte(Text), Byte) << '"' << Text << '"';
+    EXPECT_EQ(get_Reports([] { get_HexaByte("0b12"); }), "Loader: b12\n");
+}
+
+// Bits counted from the wrong end; a short map that passes for one that forbids the type.
+TEST(Loader, TypeId)
+{
+    const uint8_t Map[] = {0x80, 0x02};
+    EXPECT_EQ(ctrl_TypeId(9, Map, 1), -1);
+    EXPECT_EQ(ctrl_TypeId(9, Map, 2), 1);
+    EXPECT_EQ(ctrl_TypeId(7, Map, 2), 1);
+    EXPECT_EQ(ctrl_TypeId(0, Map, 2), 0);
+}
+
+// The tests of the reader in another order, or a field read as another one.
+TEST_F(LOADER, DatabaseChoice)
+{
+    const string Head = "4699\n1421280000\n", Ones(1534, '1');
+    const struct {
+        const char *Fault;
+        string Text, Map; // the map, or the status
+    } Cases[] = {
+        {"letter resets versions", Head + "card 12 A 3 4 01\ncard 12 B 2 2 FF\n", "FF"},
+        {"lower letter, higher A", Head + "card 12 B 2 2 FF\ncard 12 A 3 4 01\n", "01"},
+        {"lower A, higher B", Head + "card 12 3 4 0F\ncard 12 2 9 F0\n", "F0"},
+        {"equal: the later", Head + "card 12 A 3 4 0102\ncard 12 A 3 4 02\n", "02"},
+        {"B below best", Head + "card 12 A 3 4 01\ncard 12 A 3 3 02\n", "01"},
+        {"too high", Head + "c 12 E 1 1 01\nc 12 A 10 1 01\nc 12 A 1 10 01\n", "0"},
+        {"other identity", Head + "card 13 A 1 1 01\n", "0"},
+        {"16 bits", Head + "card 65548 Arev 1 1 0C\n", "0C"},
+        {"not entries", Head + "# 12 A 1 1 1\n\r\n\nc 12 A 1 1\nc 12\nc 12 A 1 1 0A\r\n", "0A"},
+        {"odd digits", Head + "card 12 A 1 1 0FF", "0F 0F"},
+        {"bad digit", Head + "card 12 A 1 1 010b\ncard 12 A 1 1 01\n", "-494"},
+        {"too long", Head + "card 12 A 1 1 " + Ones + "11\n", "-494"},
+        {"signature", "4698\n1\n", "-494"},
+        {"no signature", "x\n1\n", "-494"},
+        {"no date", "4699\n", "-494"},
+        {"blank before date", "4699\n 1\n", "-494"},
+    };
+    uint8_t Map[TYPE_MAP_SIZE];
+    char Date[DB_DATE_SIZE];
+    for (const auto &Case : Cases) {
+        set_Database(Case.Text);
+        write_File(DIR_WORK_HW "/slaves_db.txt", "left by a cut run");
+        const int Count = read_HwTypeId_FromDbFile(2, Date, Map);
+        EXPECT_EQ(Count > 0 ? to_Hex(Map, Count) : std::to_string(Count), Case.Map) << Case.Fault;
+        EXPECT_TRUE(Count < 0 || strcmp(Date, "1421280000") == 0) << Case.Fault;
+        EXPECT_TRUE(std::filesystem::is_empty(DIR_WORK_HW)) << Case.Fault;
+    }
+    set_Database(Head + "card 12 A 1 1 " + Ones + "\n");
+    EXPECT_EQ(get_Result(read_HwTypeId_FromDbFile(1, Date, Map)), "767");
+    Answers[0]["18 40 05"] = {"00 00 05 01 05 44"}; // a letter without its NUL
+    EXPECT_EQ(get_Result(read_HwTypeId_FromDbFile(1, Date, Map)), "-490 Replace 1");
+    std::filesystem::remove(PATH_SLAVES_DB ".gz");
+    EXPECT_EQ(read_HwTypeId_FromDbFile(2, Date, Map), -494);
+}
+
+// A second answer in one pass passed over; boards that are not required kept, or taken for missing.
+TEST_F(LOADER, Presence)
+{
+    set_All("16 40", "00", "00", "");
+    Answers[2]["16 40"].push_back("40 05|00");
+    EXPECT_EQ(get_Result(ctrl_HW()), "-1 Multiple 4");
+    EXPECT_EQ(FakeCan.Sent.size(), 2u) << "two passes and nothing else";
+
+    // Boards 0 and 1 are away and board 2 is there, the last two not required.
+    set_All("16 40", "", "", "00");
+    Boards[1].State = Boards[2].State = 0;
+    FakeCan.Sent.clear();
+    EXPECT_EQ(get_Result(ctrl_SlavePresence()), "-1 Timeout 5") << "board 2 does not rest";
+    EXPECT_EQ(FakeCan.Sent.size(), 21u);
+    EXPECT_EQ(get_Sent().back(), "160083F0#42 01");
+    EXPECT_EQ(AllGroups[BROADCAST_ALL].Mask, 1u);
+    EXPECT_EQ(NbBroadcasts, FIRST_TYPE_GROUP + 1);
+    EXPECT_EQ(Boards[1].Device + Boards[2].Device + Boards[2].BoardType, 0);
+    EXPECT_EQ(Id2Mask(CAN_A, 0x220), 0u) << "board 2 is a sender no more";
+}
+
+// The wrong byte or mask for a flag; a software flag that stops the run.
+TEST_F(LOADER, Integrity)
+{
+    set_All("16 41", "01 00 00 01 00", "01 00 00 00 01", "01 01 01 00 00");
+    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(3)), "0 Update 2");
+    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(2)), "-1 Replace 1 Update 2");
+    set_All("16 41", "01 00 00 01 00", "", "01 00 00 00 00");
+    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(2)), "-1 Timeout 2 Replace 1 Update 2");
+    Answers[2]["16 41"] = {"41 05"};
+    EXPECT_EQ(ctrl_SlaveIntegrity(3), GEN_ERR_MULTIPLE_ADDRESS);
+    EXPECT_EQ(count_Asked("0 16 41"), 2) << "a board to be replaced is left alone";
+}
+
+// Address bytes the wrong way round, the last slave moved, a first 0x82 taken for the answer.
+TEST_F(LOADER, Addressing)
+{
+    Boards[0].FuncAddr1 = 5;
+    Boards[0].FuncAddr2 = 6;
+    Answers[0]["16 44"] = {"04 82|04 00"};
+    EXPECT_EQ(get_Result(AdPhys2AdCan()), "-1 Timeout 2");
+    EXPECT_EQ(get_Sent(), (std::vector<string>{"160843F0#44 06 05", "161043F0#44 00 00"}));
+    EXPECT_EQ(Id2Mask(CAN_A, 0xC50), 1u);
+    EXPECT_EQ(Id2Mask(CAN_A, 0x410), 2u) << "a silent board keeps its address";
+    Answers[1]["16 44"] = {"44 82|44 82"};
+    EXPECT_EXIT(AdPhys2AdCan(), testing::ExitedWithCode(-896 & 0xFF), "");
+    Answers[1]["16 44"] = {"44 82|44 05"};
+    EXPECT_EXIT(AdPhys2AdCan(), testing::ExitedWithCode(1), "");
+}
+
+// Item 9 that costs a distribution, a board that does not convert and ends the phase, or a board
+// that does not know the item and does not.
+TEST_F(LOADER, ExchangedBoards)
+{
+    set_Shorts("18 40 04", 301, 0xFFFE, 0xFFFE);
+    set_Shorts("18 40 09", 0, 8, 0);
+    Answers[0]["18 40 04"].push_front("00 00 04 01 04 31");
+    Boards[1].HwInfo4 = Boards[2].HwInfo4 = 0xFFFE;
+    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "-1 Replace 1 New 2");
+    EXPECT_EQ(count_Asked("0 18 40 09") * 10 + count_Asked("2 18 40 09"), 1);
+
+    clear_Masks();
+    Boards[1].HwInfo9 = 7;
+    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "0 New 3 NoDist 1");
+    EXPECT_EQ(Boards[0].HwInfo4 * 10 + Boards[1].HwInfo9, 3018);
+    EXPECT_EQ(Boards[0].Changed + Boards[1].Changed + 2 * Boards[2].Changed, 2);
+
+    clear_Masks();
+    Answers[1]["18 40 04"] = {"40 80"};
+    Asked.clear();
+    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "-1 Replace 2");
+    EXPECT_EQ(Asked, "0 18 40 04, 0 18 40 09, 1 18 40 04, ");
+}
+
+// A board that the database serves: what is written, and that the next one is not looked up.
+TEST_F(LOADER, HardwareTypeFromDatabase)
+{
+    const string Good = "00 00 01 02 06 00 02";
+    Boards[0].TypeId = Boards[1].TypeId = Boards[2].TypeId = 9;
+    set_Database("4699\n1421280000\ncard 12 A 1 1 0002\n");
+    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", Good);
+    Answers[0]["18 40 01"].push_back(Good);
+    Answers[0]["18 60"] = {"20 00"};
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 2");
+    EXPECT_EQ(Asked, "0 18 40 01, 0 18 40 04, 0 18 40 05, 0 18 40 06, 0 18 40 07, 0 18 60 01, "
+                     "0 18 60 02, 0 18 40 01, 1 18 40 01, 2 18 40 01, ");
+    const std::vector<string> Sent = get_Sent();
+    EXPECT_EQ(std::vector<string>(Sent.begin() + 5, Sent.begin() + 9),
+              (std::vector<string>{"180843F0#60 01 02 06 00 02", "180843F8#60 82 02 0B 05 31 34 32",
+                                   "180843F8#60 01 31 32 38 30 30 30", "180843F8#60 00 30 00"}));
+
+    // A board that refuses the map is done with, and so is nobody else.
+    clear_Masks();
+    Answers[0]["18 60"] = {"60 81"};
+    set_All("18 40 01", "40 80", Good, Good);
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 1");
+    EXPECT_EQ(count_Asked("2 18 40 01"), 2);
+}
+
+// A board condemned by a database that is older than its own; dates asked for again and again; the
+// end of the checks at a board that knows neither its map nor its identity.
+TEST_F(LOADER, HardwareTypeWithoutEntry)
+{
+    const string Date = "00 00 02 04 03 54 B7 03 00", Later = "00 00 02 04 03 54 B7 03 01";
+    Boards[0].TypeId = Boards[1].TypeId = 9;
+    set_Database("4699\n1421280000\ncard 13 A 1 1 0002\n");
+    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", "00 00 01 01 06 FF");
+    set_All("18 40 02", Date, Later, Date); // Date is 1421280000
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-494");
+    set_All("18 40 02", Date, Date, Date);
+    Asked.clear();
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
+    EXPECT_EQ(count_Asked("18 40 02"), 3);
+
+    clear_Masks();
+    Answers[0]["18 40 06"] = {"40 80"};
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 1");
+    clear_Masks();
+    Answers[0]["18 40 01"] = {"00 00 01 01 06 FF"}; // knows a map: the checks go on
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
+}
+
+// Bounds taken as exclusive or unsigned; the masks mixed up; an unknown bound that does not end
+// the checks.
+TEST_F(LOADER, Software)
+{
+    set_All("16 41", "01 00 00 00 00", "01 00 00 00 00", "01 00 00 00 00");
+    set_All("18 41 01", "01 00 01 01 06 01", "01 00 01 00 06", "01 00 01 01 06 01");
+    set_Shorts("18 40 08", 0xFFFB, 2, 9);
+    set_Shorts("18 41 09", 0xFFFB, 3, 9);
+    set_Shorts("18 41 0A", 0xFFFB, 9, 8);
+    EXPECT_EQ(get_Result(ctrl_SW()), "0 NoDist 2 Update 4");
+    EXPECT_EQ(Boards[0].IndexOfCompatibility, 0xFFFB);
+    EXPECT_EQ(count_Asked("1 18 41 0A"), 0);
+
+    Asked.clear();
+    Answers[0]["18 41 09"] = {"41 80"};
+    EXPECT_EQ(get_Result(ctrl_SW()), "0 NoDist 2 Update 5");
+    EXPECT_EQ(Asked, "0 16 41, 1 16 41, 2 16 41, 0 18 41 01, 1 18 41 01, 0 18 40 08, 0 18 41 09, ");
+}
+
+static const char *const NAME_AB = "01 00 02 02 05 41 42";
+static const char *const NAME_LONG = "01 00 02 0C 05 41 42 43 44 45 46 47 48 49 4A 4B 39";
+
+// Mnemonics compared whole; a broken check that clears another bit than the first.
+TEST_F(LOADER, SoftwareOfExchangedBoards)
+{
+    for (SLAVE &Board : Boards) {
+        strcpy(Board.DistName, "ABC");
+        memset(Board.DistVersion, 1, 3);
+    }
+    set_All("18 41 02", NAME_AB, NAME_AB, NAME_AB);
+    set_Shorts("18 41 03", 1, 1, 1);
+    set_Shorts("18 41 04", 1, 1, 1);
+    set_Shorts("18 41 05", 2, 1, 0x101);
+    NewSlavesMask = 7;
+    EXPECT_EQ(get_Result(ctrl_NewSlavesSw()), "0 New 7 NoDist 5");
+    Answers[2].clear();
+    EXPECT_EQ(get_Result(ctrl_NewSlavesSw()), "-1 Timeout 4 New 6 NoDist 4");
+}
+
+// Forced requests that lose against an update, are lost when done or deleted with a bad archive.
+TEST_F(LOADER, Download)
+{
+    // A header of 32 bytes that lists no files, and one that is none.
+    store_Archive("AB.1.1.1", string("\6\1\0\0\0\x20\0\0\0\x1E\0\0\0\0\0\x1F", 16) + string(16, 0));
+    store_Archive("BAD.1.1.1", "xx");
+    set_All("19 40", "00 00 00 00 00 00", "00 00 00 00 00 00", "00 00 00 00 00 00");
+    set_All("19 41", "01 00", "01 00", "01 00");
+    set_All("19 44", "04 00", "04 00", "04 00");
+    for (SLAVE &Board : Boards) {
+        strcpy(Board.DistName, &Board == &Boards[1] ? "AB" : "BAD");
+        memset(Board.DistVersion, 1, 3);
+    }
+    strcpy(Forced[0], "AB.1.1.1");
+    strcpy(Forced[1], "BAD.1.1.1");
+    UpdateSwMask = 5;
+    ForcedDownloadMask = 3;
+    EXPECT_EQ(get_Result(download_Distributions_ToSlaves()), "0 NoDist 4 Forced 1");
+    EXPECT_EQ(count_Asked("0 19 44") * 10 + count_Asked("1 19 44"), 12);
+    EXPECT_FALSE(std::filesystem::exists(DIR_STORE "/BAD.1.1.1.tar.gz"));
+
+    // What the store lacks is passed over; what the board does not keep ends the phase.
+    Answers[1]["19 41"] = {"41 87"};
+    clear_Masks();
+    UpdateSwMask = 7;
+    EXPECT_EQ(get_Result(download_Distributions_ToSlaves()), "-1 Replace 2 NoDist 1 Update 4");
+    ReplaceSlavesMask = 0;
+    write_Script("/mnt/bin/ins_cf", "exit 1");
+    EXPECT_EQ(download_Distributions_ToSlaves(), ERR_MASTER_OS);
+}
+
+// Boards read out for nothing, or not marked when they cannot be read out.
+TEST_F(LOADER, Upload)
+{
+    store_Archive("AB.1.1.1", "");
+    set_All("18 41 02", NAME_AB, "41 80", NAME_AB);
+    for (const char *Key : {"18 41 03", "18 41 04", "18 41 05"})
+        set_Shorts(Key, 1, 1, 2);
+    Answers[2]["19 40"] = {"00 00 00 00 00 20"};
+    Answers[2]["19 42"] = {"42 85"}; // the end of a file that has 32 bytes
+    Answers[2]["19 44"] = {"04 00"};
+    EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "0 Update 6");
+    EXPECT_EQ(count_Asked("0 19 40") * 10 + count_Asked("2 19 40"), 2);
+    clear_Masks();
+    Answers[2].erase("19 42");
+    EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "-1 Timeout 4 Update 2");
+    clear_Masks();
+    write_Script("/mnt/bin/ins_cf", "exit 1");
+    EXPECT_EQ(upload_Distributions_FromSlaves(), ERR_MASTER_OS);
+}
+
+// A long mnemonic whose end is taken for the version; a slot that expects what was forced out.
+TEST_F(LOADER, NamesAfterForcedDownloads)
+{
+    set_All("18 41 02", NAME_AB, NAME_LONG, "");
+    set_Shorts("18 41 03", 3, 1, 1);
+    set_Shorts("18 41 04", 4, 1, 1);
+    set_Shorts("18 41 05", 5, 1, 1);
+    ForcedDownloadMask = 7;
+    EXPECT_EQ(get_Result(update_SlavesInfo_Sw()), "-1 Timeout 4 New 1 Update 2");
+    EXPECT_EQ(string(Boards[0].DistName) + to_Hex(Boards[0].DistVersion, 3), "AB03 04 05");
+    EXPECT_EQ(string(Boards[1].DistName) + to_Hex(Boards[1].DistVersion, 3), "00 00 00");
+    TimeoutMask = 0;
+    ForcedDownloadMask = 1;
+    set_Shorts("18 41 04", 256, 0, 0);
+    EXPECT_DEATH(update_SlavesInfo_Sw(), "tmpInt\\[1\\] < 256");
+}
+
+// The next structure below a refused one, and the start with what was agreed on.
+TEST_F(LOADER, ProtocolsAndStart)
+{
+    const string Levels = "01 00 0B 05 06 02 01 05 00 00"; // structure 2, levels 1 to 5
+    set_All("18 41 0B", Levels, Levels, Levels);
+    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\ncana 2 1 9\ncana 4 1 9\n");
+    EXPECT_EQ(get_Result(ctrl_Protocols()), "0");
+    EXPECT_EQ(AllGroups[CAN_A].ProtocolStructure * 10 + AllGroups[CAN_A].ProtocolLevel, 25);
+    EXPECT_EQ(FakeCan.Sent.size(), 2u);
+
+    FakeCan.Sent.clear();
+    Boards[0].IndexOfCompatibility = 300;
+    Boards[1].State = 1;
+    Answers[0]["16 45"] = {"45 05"}; // an error answer: it has got the command
+    EXPECT_EQ(get_Result(start_Applications()), "-1 Timeout 2");
+    EXPECT_EQ(get_Sent(), (std::vector<string>{"160843F8#45 81 01 01 02 05 00 00",
+                                               "160843F8#45 00 01 2C", "161043F0#42 02"}));
+    clear_Masks();
+    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\nttyS0 2 1 9\n");
+    EXPECT_EQ(get_Result(ctrl_Protocols()), "0 NoDist 7");
+}
