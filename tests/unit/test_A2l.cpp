@@ -25,8 +25,7 @@ static string read_Todo(const string &Text, int WantedStatus)
     exit_Variables();
     ForcedDownloadMask = 0;
     write_File(TODO, Text);
-    const string Reports =
-        get_Reports([=] { EXPECT_EQ(read_Todo_FromA2lFile(), WantedStatus) << Text; });
+    string Reports = get_Reports([=] { EXPECT_EQ(read_Todo_FromA2lFile(), WantedStatus) << Text; });
     EXPECT_FALSE(std::filesystem::exists(TODO)) << Text; // else it is carried out again
     return Reports;
 }

@@ -87,16 +87,18 @@ static void answer_Item(const CAN_FRAME &Frame)
     const bool Type2 = ((Frame.Identifier >> 14) & 31) == 2;
     const int Board = Type2 ? 2 : static_cast<int>((Frame.Identifier >> 19) & 31) - 1;
     const string Text = "HS?L"[Function] + std::to_string(Frame.Data[1]);
-    std::vector<uint8_t> Message = {Function, 0, 0, static_cast<uint8_t>(Text.size()), 5};
-    Message.insert(Message.end(), Text.begin(), Text.end());
-    if (Board == 0 && Text == "H12") {
-        Message = {Function, 0, 0, 255, 6};
-        Message.resize(Message.size() + 255, 0xA5);
-    } else if (Board == 1 && Text == "H5") {
+    string Record = {0, 0, static_cast<char>(Text.size()), 5};
+    if (Board == 0 && Text == "H12")
+        Record = string("\0\0\xFF\6", 4) + string(255, '\xA5');
+    else
+        Record += Text;
+    std::vector<uint8_t> Message = {Function};
+    for (char Byte : Record)
+        Message.push_back(static_cast<uint8_t>(Byte));
+    if (Board == 1 && Text == "H5")
         Message = {0x40, 128};
-    } else if (Board == 2 && Text == "S0") {
+    else if (Board == 2 && Text == "S0")
         Message = {0x41, 7};
-    }
     BENCH::receive(24, {BM_SLAVE_CAST{1} << Board, to_Hex(Message.data(), int(Message.size()))});
 }
 
