@@ -69,7 +69,9 @@ Answer FileService::serve_Command(const Command &Received, FileTable &Files, con
 
 void FileService::restart()
 {
-    *this = {};
+    Open.reset();
+    Expected.reset();
+    Missing.clear();
 }
 
 std::optional<SoftwareHeader> FileService::take_Distribution()
