@@ -136,8 +136,8 @@ TEST_F(Storage, AssertionsCompleteTheLogFirst)
     ErrorInit(PATH_LOG);
     EXPECT_DEATH(ctrl_DirPresence(std::string(130, 'd').c_str()),
                  "Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
-    EXPECT_EQ(ErrorClose(), 0);
     const std::string Log = read_File(PATH_LOG);
+    EXPECT_EQ(ErrorClose(), 0);
     const size_t Report = Log.find("(strlen(DirName) + 10 < 140)\nFin - ");
     EXPECT_NE(Report, std::string::npos) << Log;
     EXPECT_DEATH(copy_File("/home/user/save/file", std::string(110, 't').c_str()),

@@ -41,7 +41,7 @@ struct Tables : testing::Test {
         Slave = static_cast<SLAVE *>(calloc(NbSlaves, sizeof(SLAVE)));
         for (size_t i = 0; i < NbSlaves; i++) {
             const PLACE &P = Places[i];
-            Slave[i].Mask = i < 64 ? BM_SLAVE_CAST{1} << i : 0;
+            Slave[i].Mask = BM_SLAVE_CAST{1} << i;
             Slave[i].Device = P.Device;
             Slave[i].BoardType = P.BoardType;
             Slave[i].BoardNumber = P.BoardNumber;
@@ -87,17 +87,6 @@ TEST_F(Tables, GroupsFollowTheSlavesInService)
     expect_Group(8, 0b0101, CAN_A, 2);
     expect_Group(9, 0b1000, 4, 2);
     EXPECT_EQ(Broadcast[CAN_A].ProtocolLevel, 7);
-}
-
-// The largest table: slaves from 64 on are in no group, and the counts fit.
-TEST_F(Tables, SlavesBeyondTheMaskAreInNoGroup)
-{
-    make_Slaves(std::vector<PLACE>(247, {CAN_A, 1, 1, 1, 1}));
-    EXPECT_EQ(NbBroadcasts, 9);
-    expect_Group(BROADCAST_ALL, ~BM_SLAVE_CAST{0}, 0, 0);
-    expect_Group(8, ~BM_SLAVE_CAST{0}, CAN_A, 1);
-    EXPECT_EQ(get_NbSlavesFromMask(Broadcast[8].Mask), 64u);
-    EXPECT_EQ(get_NbSlavesFromMask(0x8000000000000001), 2u);
 }
 
 TEST_F(Tables, TypeGroupRefusesMixedTypes)
@@ -169,6 +158,25 @@ TEST_F(Start, BuildsAndFreesAllTables)
         EXPECT_EQ(Slave, nullptr);
         EXPECT_EQ(Cmd.pP, nullptr);
     }
+}
+
+// The largest table: slaves from 64 on are in no group, and the counts fit.
+TEST_F(Start, SlavesBeyondTheMaskAreInNoGroup)
+{
+    std::string Config = "4698\n0\nappl 1.0\n0\n247\n";
+    for (int i = 1; i <= 247; i++)
+        Config += "3 cana 1 " + std::to_string(i) + " 1 " + std::to_string(i) +
+                  " 100 200 NAME 1 2 3 40\n";
+    write_File(PATH_APPL_CONF, Config);
+    ASSERT_EQ(init_All(), 0);
+    EXPECT_EQ(NbBroadcasts, 9);
+    expect_Group(BROADCAST_ALL, ~BM_SLAVE_CAST{0}, 0, 0);
+    expect_Group(8, ~BM_SLAVE_CAST{0}, CAN_A, 1);
+    EXPECT_EQ(Slave[63].Mask, 0x8000000000000000);
+    EXPECT_EQ(Slave[64].Mask, 0u);
+    EXPECT_EQ(get_NbSlavesFromMask(Broadcast[8].Mask), 64u);
+    EXPECT_EQ(get_NbSlavesFromMask(0x8000000000000001), 2u);
+    exit_All();
 }
 
 // Every allocation of a start fails once: a null pointer that is used, a wrong status or report,

@@ -85,23 +85,25 @@ TEST(Log, ClosedAndUnopened)
 TEST(Log, TailKeepsTheLastBytes)
 {
     const char Path[] = "/home/user/save/log/tail";
+    const std::string SidePath = std::string(Path) + "_TAIL";
+    std::filesystem::create_directory(SidePath); // no side file can be made
     EXPECT_EQ(ErrorTail(Path, 20000), 0);
     EXPECT_FALSE(std::filesystem::exists(Path));
     const std::string Kept = "b" + std::string(19998, 'c') + "d";
     write_File(Path, Kept);
     EXPECT_EQ(ErrorTail(Path, 20000), 0);
+    EXPECT_EQ(ErrorTail(Path, 19999), -1);
     EXPECT_EQ(read_File(Path), Kept);
+
+    std::filesystem::remove(SidePath);
     write_File(Path, "a" + Kept);
     EXPECT_EQ(ErrorTail(Path, 20000), 0);
     EXPECT_EQ(read_File(Path), Kept);
-    EXPECT_FALSE(std::filesystem::exists(std::string(Path) + "_TAIL"));
-
-    std::filesystem::create_directory(std::string(Path) + "_TAIL"); // no side file can be made
-    EXPECT_EQ(ErrorTail(Path, 100), -1);
-    EXPECT_EQ(read_File(Path), Kept);
+    EXPECT_FALSE(std::filesystem::exists(SidePath));
 }
 
-// Reports of the two threads mixed into one another.
+// Reports of the two threads mixed into one another; the thread sanitizer sees a missing lock
+// always.
 TEST(Log, TwoThreadsWriteWholeLines)
 {
     std::atomic<int> Started{0};
@@ -109,7 +111,7 @@ TEST(Log, TwoThreadsWriteWholeLines)
         Started++;
         while (Started < 2) // both at once
             ;
-        for (int i = 0; i < 200; i++)
+        for (int i = 0; i < 2000; i++)
             report_Error(SOURCE, 9, "%s%s", Text, Text);
     };
     testing::internal::CaptureStdout();
@@ -126,8 +128,8 @@ TEST(Log, TwoThreadsWriteWholeLines)
         Count[0] += Line == "../src/Config 9 : TIME abcdabcd";
         Count[1] += Line == "../src/Config 9 : TIME 12341234";
     }
-    EXPECT_EQ(Count[0], 200);
-    EXPECT_EQ(Count[1], 200);
+    EXPECT_EQ(Count[0], 2000);
+    EXPECT_EQ(Count[1], 2000);
 }
 
 TEST(Log, AssertionNamesTheConditionAndAborts)
