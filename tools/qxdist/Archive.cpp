@@ -152,7 +152,7 @@ void write_Archive(const fs::path &Archive, const FileTable &Files)
 FileTable read_Archive(const fs::path &Archive)
 {
     if (!fs::is_regular_file(Archive))
-        throw Error("there is no file " + Archive.string());
+        throw Error("there is no such file");
     const TemporaryFolder Work;
     if (!run_Program({"tar", "--extract", "--gzip", "--no-same-owner", "--no-same-permissions",
                       "--force-local", "--file=" + Archive.string(),

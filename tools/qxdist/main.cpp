@@ -193,8 +193,15 @@ void list(const Request &Asked)
 {
     if (Asked.Operands.size() != 1)
         throw UsageError("list needs one archive");
-    const FileTable Members = read_Archive(Asked.Operands.front());
-    const Header Listed = get_Header(Members);
+    const std::string &Archive = Asked.Operands.front();
+    FileTable Members;
+    Header Listed;
+    try {
+        Members = read_Archive(Archive);
+        Listed = get_Header(Members);
+    } catch (const Error &Fault) {
+        throw Error(Archive + ": " + Fault.what());
+    }
     std::cout << "tag  type           value\n";
     for (const Record &Each : Listed.Records)
         std::cout << std::setw(3) << unsigned{Each.Tag} << "  " << std::left << std::setw(13)
@@ -232,6 +239,7 @@ int run(int NbWords, char **Words)
     if (Command != "pack" && Command != "stage" && Command != "list" && Command != "verify")
         throw UsageError(Command.empty() ? "what is to be done?"
                                          : "'" + Command + "' is no command of qxdist");
+    Words[1] = Words[0]; // the name in the messages of getopt_long
     const Request Asked = parse_Options(NbWords - 1, Words + 1);
     if (Command == "verify")
         return verify(Asked) ? EXIT_SUCCESS : EXIT_FAILURE;
