@@ -5,6 +5,7 @@
 #include "Status.h"
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
 static const char SOURCE[] = "../src/InterfacesCan";
@@ -164,17 +165,23 @@ static int send_SingleFrame(int DeviceIndex, uint32_t Identifier, const MSG *pMs
     return send_MsgCan(DeviceIndex, &Frame);
 }
 
-// Fn Sequence, then the parameters from First on, 6 at most
-static int send_MultiFrame(int DeviceIndex, uint32_t Identifier, const MSG *pMsg, int Sequence,
-                           int First)
+// Fn 80|N p0 .. p5, then Fn and a count down to 0 with the next 6, the last with what remains
+static int send_MultiFrames(int DeviceIndex, uint32_t Identifier, const MSG *pMsg, int N)
 {
-    const int Count = std::min(FRAME_PARAMETERS, pMsg->NbP - First);
     CAN_FRAME Frame{};
     Frame.Identifier = Identifier | ID_MULTI_FRAME;
-    Frame.Length = static_cast<uint8_t>(Count + 2);
+    Frame.Length = CAN_DATA_MAX;
     Frame.Data[0] = pMsg->Fn;
-    Frame.Data[1] = static_cast<uint8_t>(Sequence);
-    std::copy_n(pMsg->pP + First, Count, Frame.Data + 2);
+    Frame.Data[1] = static_cast<uint8_t>(SEQ_FIRST | N);
+    const uint8_t *pP = pMsg->pP;
+    for (int Rest = N; Rest > 0; Rest--, pP += FRAME_PARAMETERS) {
+        memcpy(Frame.Data + 2, pP, FRAME_PARAMETERS);
+        send_MsgCan(DeviceIndex, &Frame);
+        Frame.Data[1] = static_cast<uint8_t>(Rest - 1);
+    }
+    const int Count = pMsg->NbP - N * FRAME_PARAMETERS;
+    Frame.Length = static_cast<uint8_t>(Count + 2);
+    std::copy_n(pP, Count, Frame.Data + 2);
     return send_MsgCan(DeviceIndex, &Frame);
 }
 
@@ -183,13 +190,8 @@ int split_Msg2MsgCan(int DeviceIndex, uint32_t Identifier, const MSG *pMsg)
     const int N = (pMsg->NbP - 1) / FRAME_PARAMETERS;
     if (pMsg->NbP < 0 || N > SEQ_COUNT)
         stop_TooLong(DeviceIndex, pMsg);
-    if (pMsg->NbP <= SINGLE_PARAMETERS)
-        return send_SingleFrame(DeviceIndex, Identifier, pMsg);
-
-    int Result = send_MultiFrame(DeviceIndex, Identifier, pMsg, SEQ_FIRST | N, 0);
-    for (int k = 1; k <= N; k++)
-        Result = send_MultiFrame(DeviceIndex, Identifier, pMsg, N - k, k * FRAME_PARAMETERS);
-    return Result;
+    return pMsg->NbP <= SINGLE_PARAMETERS ? send_SingleFrame(DeviceIndex, Identifier, pMsg)
+                                          : send_MultiFrames(DeviceIndex, Identifier, pMsg, N);
 }
 
 int send_MsgCan(int DeviceIndex, CAN_FRAME *pFrame)
