@@ -1,4 +1,5 @@
 #include "machine/MachineFolder.h"
+#include "board/SoftwareHeader.h"
 #include "machine/Section.h"
 #include <algorithm>
 #include <bit>
@@ -273,19 +274,60 @@ void read_BoardName(Section &Read, const Machine &Made, BoardSpec &Board)
     }
 }
 
-void read_Board(Section &Read, Machine &Made)
+// What a board and a model can both say.
+void read_BoardKeys(Section &Read, BoardSpec &Board)
 {
-    BoardSpec Board;
-    read_BoardName(Read, Made, Board);
-    Read.require("board_type");
     Read.read("board_type", Board.BoardType, 1, 31);
-    Read.require("board_number");
     Read.read("board_number", Board.BoardNumber, 1, 31);
     Read.read("present", Board.Present);
     Read.read("response_us", Board.ResponseTime, 1us);
     Read.read("restart_ms", Board.RestartTime, 1ms);
     read_BoardContents(Read, Board);
     Read.read_Tables("fault", [&](Section &Fault) { Board.Faults.push_back(read_Fault(Fault)); });
+}
+
+using Models = std::map<std::string, const toml::table *, std::less<>>;
+
+void read_Models(Section &Read, Models &Known)
+{
+    for (const auto &[Key, Value] : Read.get_Table()) {
+        Known[std::string{Key.str()}] = Value.as_table();
+        BoardSpec Checked;
+        Read.read_Table(Key.str(), [&](Section &Model) { read_BoardKeys(Model, Checked); });
+    }
+}
+
+void apply_Model(Section &Read, const toml::node &Name, const Models &Known, BoardSpec &Board)
+{
+    const auto Text = Read.get<std::string>(Name, "model", "must be a text or an array of texts");
+    const auto Found = Known.find(Text);
+    if (Found == Known.end()) {
+        Read.fail(Name, "model", "there is no [model." + Text + "]");
+    }
+    Section Model{*Found->second, "machine.toml", "model." + Text + "."};
+    read_BoardKeys(Model, Board);
+}
+
+// Models in their order, then the board's own keys: what comes later wins, item by item.
+void read_Board(Section &Read, const Models &Known, Machine &Made)
+{
+    BoardSpec Board;
+    read_BoardName(Read, Made, Board);
+    const toml::node *const Named = Read.find("model");
+    if (Named != nullptr && Named->is_array()) {
+        for (const toml::node &Name : *Named->as_array()) {
+            apply_Model(Read, Name, Known, Board);
+        }
+    } else if (Named != nullptr) {
+        apply_Model(Read, *Named, Known, Board);
+    }
+    read_BoardKeys(Read, Board);
+    for (const auto &[Key, Given] :
+         {std::pair{"board_type", Board.BoardType}, {"board_number", Board.BoardNumber}}) {
+        if (Given == 0) {
+            Read.fail(Read.get_Table(), Key, "is missing");
+        }
+    }
     Made.Boards.push_back(std::move(Board));
 }
 
@@ -355,7 +397,9 @@ void read_MachineToml(Section &Read, Machine &Made)
     Read.read_Table("driver", [&](Section &Driver) { read_Driver(Driver, Made.Driver); });
     Read.read_Table("card", [&](Section &Card) { read_Card(Card, Made.Card); });
     Read.read_Table("scripts", [&](Section &Scripts) { read_Scripts(Scripts, Made); });
-    Read.read_Tables("board", [&](Section &Board) { read_Board(Board, Made); });
+    Models Known;
+    Read.read_Table("model", [&](Section &Table) { read_Models(Table, Known); });
+    Read.read_Tables("board", [&](Section &Board) { read_Board(Board, Known, Made); });
 }
 
 // Boards that machine.toml no longer has are passed over.
@@ -417,6 +461,18 @@ FileTable read_Files(const fs::path &Folder)
     return Files;
 }
 
+// A board's software items are those of its software's header, but for what machine.toml says.
+void add_HeaderItems(BoardSpec &Board)
+{
+    const auto File = Board.Files.find(NAME_SHEADER);
+    if (File == Board.Files.end()) {
+        return;
+    }
+    if (const std::optional<SoftwareHeader> Header = parse_SoftwareHeader(File->second)) {
+        Board.Items.insert(Header->Items.begin(), Header->Items.end());
+    }
+}
+
 // A name that the loader sent becomes a path only when it stays inside the board's folder.
 bool is_Inside(const fs::path &Name)
 {
@@ -476,11 +532,15 @@ Machine read_Machine(const fs::path &Folder)
 {
     Machine Made;
     read_Toml(Folder / "machine.toml", [&](Section &Read) { read_MachineToml(Read, Made); });
-    if (fs::exists(Folder / "state.toml")) {
+    const bool Kept = fs::exists(Folder / "state.toml");
+    if (Kept) {
         read_Toml(Folder / "state.toml", [&](Section &Read) { read_StateToml(Read, Made); });
     }
     for (BoardSpec &Board : Made.Boards) {
         Board.Files = read_Files(Folder / "boards" / Board.Name);
+        if (!Kept) {
+            add_HeaderItems(Board);
+        }
     }
     return Made;
 }

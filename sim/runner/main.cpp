@@ -177,15 +177,22 @@ class TemporaryFolder
     fs::path Path;
 };
 
-// The master's folders that the machine need not bring. A vantrel that is there is taken as it is.
+// Folders that the machine need not bring: an empty RAM disk, a new card. What is there is taken as
+// it is.
+void complete_Folder(const fs::path &Folder, std::initializer_list<const char *> Contents)
+{
+    if (fs::create_directory(Folder)) {
+        for (const char *Name : Contents) {
+            fs::create_directory(Folder / Name);
+        }
+    }
+}
+
 void complete_Folders(const fs::path &Work)
 {
-    fs::create_directories(Work / "config");
-    fs::create_directories(Work / "card");
-    if (!fs::exists(Work / "vantrel")) {
-        fs::create_directories(Work / "vantrel" / "tmp");
-        fs::create_directories(Work / "vantrel" / "config");
-    }
+    complete_Folder(Work / "config", {});
+    complete_Folder(Work / "vantrel", {"tmp", "config"});
+    complete_Folder(Work / "card", {"log", "slave_hw", "slave_sw"});
 }
 
 fs::path prepare_Work(const Options &Given, const fs::path &Scratch)
