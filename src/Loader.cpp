@@ -17,15 +17,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <source_location>
 #include <tuple>
 #include <unistd.h>
 
 static const char SOURCE[] = "../src/Loader";
 
-typedef std::source_location PLACE; // the caller's line, for reports of shared routines
-
 // ---- What the phases share ----
+
+// Routines that report for their callers take the caller's line: the log is to show who it was.
 
 // wait_pAns: an answer is held at pAns2Cmd.
 constexpr int ANSWER = 1;
@@ -34,18 +33,18 @@ constexpr int ANSWER = 1;
 constexpr int NOT_CONVERTED = 1;
 
 // Shows Shown and ends the process with Status.
-[[noreturn]] static void exit_Unhandled(int Status, int Shown, PLACE Place = PLACE::current())
+[[noreturn]] static void exit_Unhandled(int Status, int Shown, int Line = __builtin_LINE())
 {
-    report_Error(SOURCE, static_cast<int>(Place.line()), "Erreur non gérée : %i", Shown);
+    report_Error(SOURCE, Line, "Erreur non gérée : %i", Shown);
     exit_Process(Status);
 }
 
 // Sends Cmd. 0 or GEN_ERR_PRG_VANTREL.
-static int send_Command(PLACE Place = PLACE::current())
+static int send_Command(int Line = __builtin_LINE())
 {
     if (send_Cmd(&Cmd) == 0)
         return 0;
-    report_Error(SOURCE, static_cast<int>(Place.line()), "Envoi de la commande");
+    report_Error(SOURCE, Line, "Envoi de la commande");
     return GEN_ERR_PRG_VANTREL;
 }
 
@@ -80,8 +79,8 @@ static int read_Item(BM_SLAVE_CAST Slaves, uint8_t Function, uint8_t Tag)
 }
 
 // Reads one number: 0, NOT_CONVERTED (the board is to be replaced) or the status of the read.
-static int read_Number(BM_SLAVE_CAST Slaves, uint8_t Function, uint8_t Tag, int32_t *pValue,
-                       PLACE Place = PLACE::current())
+static int read_NumberItem(BM_SLAVE_CAST Slaves, uint8_t Function, uint8_t Tag, int32_t *pValue,
+                           int Line = __builtin_LINE())
 {
     int Status = read_Item(Slaves, Function, Tag);
     if (Status != 0)
@@ -90,7 +89,7 @@ static int read_Number(BM_SLAVE_CAST Slaves, uint8_t Function, uint8_t Tag, int3
     give_AnswerBack();
     if (Status == 0)
         return 0;
-    report_Error(SOURCE, static_cast<int>(Place.line()), "Erreur : conversion");
+    report_Error(SOURCE, Line, "Erreur : conversion");
     ReplaceSlavesMask |= Slaves;
     return NOT_CONVERTED;
 }
@@ -140,20 +139,19 @@ static void ctrl_NoFault()
 }
 
 // 0, or not 0 after the report.
-static int run_Command(const char *Command, PLACE Place = PLACE::current())
+static int run_Command(const char *Command, int Line = __builtin_LINE())
 {
     const int Status = system(Command);
     if (Status != 0)
-        report_Error(SOURCE, static_cast<int>(Place.line()), "Erreur : %s", Command);
+        report_Error(SOURCE, Line, "Erreur : %s", Command);
     return Status;
 }
 
-static int make_WorkDir(const char *DirName, PLACE Place = PLACE::current())
+static int make_WorkDir(const char *DirName, int Line = __builtin_LINE())
 {
     const int Status = make_Dir(DirName);
     if (Status != 0)
-        report_Error(SOURCE, static_cast<int>(Place.line()), "Erreur : make_Dir(%s) = %i", DirName,
-                     Status);
+        report_Error(SOURCE, Line, "Erreur : make_Dir(%s) = %i", DirName, Status);
     ASSERT(Status != SYST_ERR_MOUNT, "Status != SYST_ERR_MOUNT");
     return Status;
 }
@@ -386,17 +384,17 @@ constexpr uint8_t TAG_HW_IDENTITY = 4;
 constexpr uint8_t TAG_HW_ITEM9 = 9;
 
 // Ends the process on a status that no read gives.
-static void ctrl_ReadStatus(int Status, int Shown, PLACE Place = PLACE::current())
+static void ctrl_ReadStatus(int Status, int Shown, int Line = __builtin_LINE())
 {
     if (Status < 0 && !is_ReadFault(Status))
-        exit_Unhandled(Status, Shown, Place);
+        exit_Unhandled(Status, Shown, Line);
 }
 
 // Compares an item with the configured value; the value of another board takes its place.
 static int ctrl_HwItem(SLAVE *pSlave, uint8_t Tag, uint16_t *pConfigured)
 {
     int32_t Value = 0;
-    const int Status = read_Number(pSlave->Mask, INFO_HARDWARE, Tag, &Value);
+    const int Status = read_NumberItem(pSlave->Mask, INFO_HARDWARE, Tag, &Value);
     if (Status == ERR_INFO_UNKNOWN || Status == ERR_INFO_ANSWER)
         ReplaceSlavesMask |= pSlave->Mask;
     if (Status != 0 || static_cast<uint16_t>(Value) == *pConfigured)
@@ -737,7 +735,7 @@ static bool scan_DbEntry(const char *Line, DB_ENTRY *pEntry)
     if (sscanf(Line, "%*s %lld %1615s", &Number, pEntry->Map) < 2)
         return false;
     const bool Lettered = pEntry->Map[0] >= 'A' && pEntry->Map[0] <= 'Z';
-    const int Letter = Lettered ? pEntry->Map[0] : ' ';
+    const uint8_t Letter = static_cast<uint8_t>(Lettered ? pEntry->Map[0] : ' ');
     const int Fields =
         Lettered ? sscanf(Line, "%*s %*d %*s %lld %lld %1615s", &VersionA, &VersionB, pEntry->Map)
                  : sscanf(Line, "%*s %*d %lld %lld %1615s", &VersionA, &VersionB, pEntry->Map);
@@ -886,7 +884,7 @@ int ctrl_SwTypeIdCompatibility()
 static int read_IndexBound(BM_SLAVE_CAST Slaves, uint8_t Tag, int16_t *pBound)
 {
     int32_t Value = 0;
-    const int Status = read_Number(Slaves, INFO_SOFTWARE, Tag, &Value);
+    const int Status = read_NumberItem(Slaves, INFO_SOFTWARE, Tag, &Value);
     if (Status == ERR_INFO_UNKNOWN)
         UpdateSwMask |= Slaves;
     *pBound = static_cast<int16_t>(Value);
@@ -898,7 +896,7 @@ static int ctrl_Index(SLAVE *pSlave)
     int32_t Value = 0;
     int16_t Bound = 0;
 
-    int Status = read_Number(pSlave->Mask, INFO_HARDWARE, TAG_HW_INDEX, &Value);
+    int Status = read_NumberItem(pSlave->Mask, INFO_HARDWARE, TAG_HW_INDEX, &Value);
     if (Status == ERR_INFO_UNKNOWN || Status == ERR_INFO_ANSWER)
         ReplaceSlavesMask |= pSlave->Mask;
     if (Status != 0)
@@ -974,7 +972,7 @@ static int ctrl_NewSlaveSw(SLAVE *pSlave)
     int Status = compare_SwMnemo(pSlave, &Same);
     for (uint8_t k = 0; k < 3 && Status == 0 && Same; k++) {
         int32_t Value = 0;
-        Status = read_Number(pSlave->Mask, INFO_SOFTWARE, TAG_SW_VERSION + k, &Value);
+        Status = read_NumberItem(pSlave->Mask, INFO_SOFTWARE, TAG_SW_VERSION + k, &Value);
         ctrl_SwItemKnown(Status, pSlave->Mask, Items[k]);
         Same = static_cast<int16_t>(Value) == pSlave->DistVersion[k];
     }
@@ -1005,7 +1003,7 @@ int ctrl_NewSlavesSw()
 
 // Name of the distribution that a board runs. 0; 1: it cannot be told and the board is to be
 // updated; -1: the board does not answer as it should.
-static int identify_Distribution(BM_SLAVE_CAST Slaves, char *Name, PLACE Place = PLACE::current())
+static int identify_Distribution(BM_SLAVE_CAST Slaves, char *Name, int Line = __builtin_LINE())
 {
     const int Status = make_DistributionName_FromSlave(Slaves, Name);
     switch (Status) {
@@ -1019,7 +1017,7 @@ static int identify_Distribution(BM_SLAVE_CAST Slaves, char *Name, PLACE Place =
     case ERR_TIMEOUT:
         return -1;
     default:
-        exit_Unhandled(Status, Status, Place);
+        exit_Unhandled(Status, Status, Line);
     }
 }
 
@@ -1030,15 +1028,15 @@ static void make_ArchivePath(char *Path, const char *DirName, const char *Name)
 }
 
 // 1: the archive is in the store, 0: it is not, ERR_MASTER_OS: the store cannot be reached.
-static int ctrl_ArchivePresence(const char *Path, PLACE Place = PLACE::current())
+static int ctrl_ArchivePresence(const char *Path, int Line = __builtin_LINE())
 {
     const int Status = ctrl_FilePresence(Path);
     if (Status == SYST_ERR_MOUNT) {
-        report_Error(SOURCE, static_cast<int>(Place.line()), "Erreur : SSD non accessible");
+        report_Error(SOURCE, Line, "Erreur : SSD non accessible");
         return ERR_MASTER_OS;
     }
     if (Status != 0 && Status != 1)
-        exit_Unhandled(Status, Status, Place);
+        exit_Unhandled(Status, Status, Line);
     return Status;
 }
 

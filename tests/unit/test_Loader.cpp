@@ -185,7 +185,7 @@ TEST_F(LOADER, DatabaseChoice)
         {"B below best", Head + "card 12 A 3 4 01\ncard 12 A 3 3 02\n", "01"},
         {"too high", Head + "c 12 E 1 1 01\nc 12 A 10 1 01\nc 12 A 1 10 01\n", "0"},
         {"other identity", Head + "card 13 A 1 1 01\n", "0"},
-        {"16 bits", Head + "card 65548 Arev 1 1 0C\n", "0C"},
+        {"16 bits", Head + "card 65548 Drev 9 9 0C\n", "0C"},
         {"not entries", Head + "# 12 A 1 1 1\n\r\n\nc 12 A 1 1\nc 12\nc 12 A 1 1 0A\r\n", "0A"},
         {"odd digits", Head + "card 12 A 1 1 0FF", "0F 0F"},
         {"bad digit", Head + "card 12 A 1 1 010b\ncard 12 A 1 1 01\n", "-494"},
@@ -253,9 +253,14 @@ TEST_F(LOADER, Addressing)
     Boards[0].FuncAddr1 = 5;
     Boards[0].FuncAddr2 = 6;
     Answers[0]["16 44"] = {"04 82|04 00"};
+    BM_SLAVE_CAST Known = 0; // by its new address, when the next board is asked
+    FakeCan.OnSend = [&](const CAN_FRAME &Frame) {
+        Known = Id2Mask(CAN_A, 0xC50);
+        answer(Frame);
+    };
     EXPECT_EQ(get_Result(AdPhys2AdCan()), "-1 Timeout 2");
     EXPECT_EQ(get_Sent(), (std::vector<string>{"160843F0#44 06 05", "161043F0#44 00 00"}));
-    EXPECT_EQ(Id2Mask(CAN_A, 0xC50), 1u);
+    EXPECT_EQ(Known, 1u);
     EXPECT_EQ(Id2Mask(CAN_A, 0x410), 2u) << "a silent board keeps its address";
     Answers[1]["16 44"] = {"44 82|44 82"};
     EXPECT_EXIT(AdPhys2AdCan(), testing::ExitedWithCode(-896 & 0xFF), "");
@@ -287,18 +292,21 @@ TEST_F(LOADER, ExchangedBoards)
     EXPECT_EQ(Asked, "0 18 40 04, 0 18 40 09, 1 18 40 04, ");
 }
 
-// A board that the database serves: what is written, and that the next one is not looked up.
+// A board that the database serves: what is written, that the next one is not looked up and
+// the one after it is.
 TEST_F(LOADER, HardwareTypeFromDatabase)
 {
     const string Good = "00 00 01 02 06 00 02";
     Boards[0].TypeId = Boards[1].TypeId = Boards[2].TypeId = 9;
     set_Database("4699\n1421280000\ncard 12 A 1 1 0002\n");
-    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", Good);
+    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", "00 00 01 00 06");
     Answers[0]["18 40 01"].push_back(Good);
     Answers[0]["18 60"] = {"20 00"};
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 2");
+    Answers[2]["18 40 04"] = {"40 80"};
+    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 6");
     EXPECT_EQ(Asked, "0 18 40 01, 0 18 40 04, 0 18 40 05, 0 18 40 06, 0 18 40 07, 0 18 60 01, "
-                     "0 18 60 02, 0 18 40 01, 1 18 40 01, 2 18 40 01, ");
+                     "0 18 60 02, 0 18 40 01, 1 18 40 01, 2 18 40 01, "
+                     "2 18 40 04, ");
     const std::vector<string> Sent = get_Sent();
     EXPECT_EQ(std::vector<string>(Sent.begin() + 5, Sent.begin() + 9),
               (std::vector<string>{"180843F0#60 01 02 06 00 02", "180843F8#60 82 02 0B 05 31 34 32",
@@ -341,9 +349,9 @@ TEST_F(LOADER, Software)
 {
     set_All("16 41", "01 00 00 00 00", "01 00 00 00 00", "01 00 00 00 00");
     set_All("18 41 01", "01 00 01 01 06 01", "01 00 01 00 06", "01 00 01 01 06 01");
-    set_Shorts("18 40 08", 0xFFFB, 2, 9);
+    set_Shorts("18 40 08", 0xFFFB, 0xFFFE, 9);
     set_Shorts("18 41 09", 0xFFFB, 3, 9);
-    set_Shorts("18 41 0A", 0xFFFB, 9, 8);
+    set_Shorts("18 41 0A", 0xFFFB, 9, 0xFFFE);
     EXPECT_EQ(get_Result(ctrl_SW()), "0 NoDist 2 Update 4");
     EXPECT_EQ(Boards[0].IndexOfCompatibility, 0xFFFB);
     EXPECT_EQ(count_Asked("1 18 41 0A"), 0);
@@ -361,7 +369,7 @@ static const char *const NAME_LONG = "01 00 02 0C 05 41 42 43 44 45 46 47 48 49 
 TEST_F(LOADER, SoftwareOfExchangedBoards)
 {
     for (SLAVE &Board : Boards) {
-        strcpy(Board.DistName, "ABC");
+        snprintf(Board.DistName, sizeof Board.DistName, "%s", "ABC");
         memset(Board.DistVersion, 1, 3);
     }
     set_All("18 41 02", NAME_AB, NAME_AB, NAME_AB);
@@ -384,11 +392,11 @@ TEST_F(LOADER, Download)
     set_All("19 41", "01 00", "01 00", "01 00");
     set_All("19 44", "04 00", "04 00", "04 00");
     for (SLAVE &Board : Boards) {
-        strcpy(Board.DistName, &Board == &Boards[1] ? "AB" : "BAD");
+        snprintf(Board.DistName, sizeof Board.DistName, "%s", &Board == &Boards[1] ? "AB" : "BAD");
         memset(Board.DistVersion, 1, 3);
     }
-    strcpy(Forced[0], "AB.1.1.1");
-    strcpy(Forced[1], "BAD.1.1.1");
+    snprintf(Forced[0], sizeof Forced[0], "%s", "AB.1.1.1");
+    snprintf(Forced[1], sizeof Forced[1], "%s", "BAD.1.1.1");
     UpdateSwMask = 5;
     ForcedDownloadMask = 3;
     EXPECT_EQ(get_Result(download_Distributions_ToSlaves()), "0 NoDist 4 Forced 1");
@@ -419,7 +427,9 @@ TEST_F(LOADER, Upload)
     EXPECT_EQ(count_Asked("0 19 40") * 10 + count_Asked("2 19 40"), 2);
     clear_Masks();
     Answers[2].erase("19 42");
+    UpdateSwMask = 2;
     EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "-1 Timeout 4 Update 2");
+    EXPECT_EQ(count_Asked("1 18 41 02"), 1) << "a board to be updated is not saved";
     clear_Masks();
     write_Script("/mnt/bin/ins_cf", "exit 1");
     EXPECT_EQ(upload_Distributions_FromSlaves(), ERR_MASTER_OS);
@@ -447,7 +457,7 @@ TEST_F(LOADER, ProtocolsAndStart)
 {
     const string Levels = "01 00 0B 05 06 02 01 05 00 00"; // structure 2, levels 1 to 5
     set_All("18 41 0B", Levels, Levels, Levels);
-    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\ncana 2 1 9\ncana 4 1 9\n");
+    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\ncana 2 1 9\ncana 3 1 9\n");
     EXPECT_EQ(get_Result(ctrl_Protocols()), "0");
     EXPECT_EQ(AllGroups[CAN_A].ProtocolStructure * 10 + AllGroups[CAN_A].ProtocolLevel, 25);
     EXPECT_EQ(FakeCan.Sent.size(), 2u);
