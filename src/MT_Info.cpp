@@ -51,12 +51,15 @@ void cmd_Info(MSG *pCmd, BM_SLAVE_CAST Slaves, uint8_t Flag, uint8_t Function, u
 void cmd_setInfo(MSG *pCmd, BM_SLAVE_CAST Slaves, uint8_t Flag, uint8_t Function, uint8_t Tag,
                  uint8_t Type, uint16_t Len, const uint8_t *pData)
 {
-    ASSERT(Len + RECORD_VALUE <= NB_PARAMETERS_MAX, "Len + 3 <= 768");
+    // A message that is too long is stopped where it is sent: its length says so, also where it
+    // does not fit NbP, and no byte goes beyond the buffer.
+    const int NbData = std::min<int>(Len, NB_PARAMETERS_MAX - RECORD_VALUE);
+
     cmd_Info(pCmd, Slaves, Flag, Function, Tag);
-    pCmd->NbP = static_cast<int16_t>(Len + RECORD_VALUE);
+    pCmd->NbP = static_cast<int16_t>(std::min<int>(Len + RECORD_VALUE, INT16_MAX));
     pCmd->pP[RECORD_LEN] = static_cast<uint8_t>(Len & 0xFF);
     pCmd->pP[RECORD_TYPE] = Type;
-    std::copy_n(pData, Len, pCmd->pP + RECORD_VALUE);
+    std::copy_n(pData, NbData, pCmd->pP + RECORD_VALUE);
 }
 
 // Sends Cmd to its one slave and waits. 0: the answer is at pAns2Cmd.
@@ -419,10 +422,11 @@ static int append_DistributionItem(uint8_t Tag, char *pName)
     const int Status = Ans2string(Item, sizeof(Item));
     if (Status != 0)
         return Status;
-    if (Used + strlen(Dot) + strlen(Item) >= DISTRIBUTION_SIZE)
-        return GEN_ERR_FORMAT;
-    snprintf(pName + Used, DISTRIBUTION_SIZE - Used, "%s%s", Dot, Item);
-    return 0;
+    const size_t Room = DISTRIBUTION_SIZE - Used;
+    if (static_cast<size_t>(snprintf(pName + Used, Room, "%s%s", Dot, Item)) < Room)
+        return 0;
+    pName[Used] = 0;
+    return GEN_ERR_FORMAT;
 }
 
 int make_DistributionName_FromSlave(BM_SLAVE_CAST Slaves, char *pName)

@@ -41,8 +41,9 @@ constexpr uint8_t INFO_CODE_UNKNOWN = 128;
 //     Function|Flag Tag
 void cmd_Info(MSG *pCmd, BM_SLAVE_CAST Slaves, uint8_t Flag, uint8_t Function, uint8_t Tag);
 //     Function|Flag Tag LenLow Type Data[Len]
-// Len is at most 765 (asserted); only its low byte travels, the length of the message tells the
-// rest.
+// Only the low byte of Len travels, the length of the message tells the rest. Len is at most 765: a
+// longer message is built cut to the buffer, with an NbP above 768, and send_Msg2Can's assertion
+// stops it.
 void cmd_setInfo(MSG *pCmd, BM_SLAVE_CAST Slaves, uint8_t Flag, uint8_t Function, uint8_t Tag,
                  uint8_t Type, uint16_t Len, const uint8_t *pData);
 

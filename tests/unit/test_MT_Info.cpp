@@ -150,19 +150,20 @@ TEST_F(BENCH, MinMaxOverSlaves)
 // A write with wrong bytes, or one that a board refused and that passes for done.
 TEST_F(BENCH, WriteOfOneItem)
 {
-    const uint8_t Map[300] = {0x01, 0x0A};
+    static const uint8_t Map[UINT16_MAX] = {0x01, 0x0A};
     Script = {{{2, "20 00"}}, {{2, "60 05"}}, {}};
     EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), 0);
     EXPECT_EQ(get_Sent(), std::vector<std::string>{"181043F0#60 01 02 06 01 0A"});
     EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), ERR_ANSWER_WRITE);
-    EXPECT_EQ(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, 2, Map), ERR_TIMEOUT);
+    EXPECT_EQ(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, 765, Map), ERR_TIMEOUT);
     EXPECT_EQ(ReplaceSlavesMask, 2u);
     EXPECT_EQ(TimeoutMask, 4u);
-
-    cmd_setInfo(&Cmd, 2, FLAG_ACK, INFO_WRITE_HARDWARE, 1, 6, 300, Map);
-    EXPECT_EQ(Cmd.NbP, 303);
-    EXPECT_EQ(to_Hex(Cmd.pP, 4), "01 2C 06 01");
-    EXPECT_DEATH(cmd_setInfo(&Cmd, 2, FLAG_ACK, 32, 1, 6, 766, nullptr), "Len \\+ 3 <= 768");
+    EXPECT_EQ(Cmd.NbP, 768);
+    EXPECT_EQ(to_Hex(Cmd.pP, 4), "01 FD 06 01");
+    // Just above, and where NbP would turn negative or start again at 0.
+    for (const uint16_t Len : std::initializer_list<uint16_t>{766, 32765, 65535})
+        EXPECT_DEATH(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, Len, Map),
+                     "InterfacesCan:.*pMsg->NbP <= 768");
 }
 
 // A name that is cut, lets a board's text into the shell, or is taken although an item is missing.
