@@ -77,7 +77,10 @@ TEST_F(ANSWERS, AnswersOfThreeBoardsAreReassembledSideBySide)
     EXPECT_EQ(take(), "4:41:30 31 32 33 34 35 36 37 38 39 3A 3B 3C");
     EXPECT_EQ(take(), "1:41:10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E");
     EXPECT_EQ(take(), "");
-    EXPECT_EQ(AnsTmp[ANS_LONG].Last, 1); // function 42 is still to come
+    Cmd.Fn = 0x42;
+    feed(1, "42 00 46 47", MULTI); // its slot has moved
+    EXPECT_EQ(take(), "1:42:40 41 42 43 44 45 46 47");
+    EXPECT_EQ(AnsTmp[ANS_LONG].Last, 0);
 }
 
 TEST_F(ANSWERS, TheLongestAnswerIsWhole)

@@ -126,17 +126,21 @@ TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
     EXPECT_EQ(Id2Mask(CAN_A, 0x610), 0u);               // no board
     EXPECT_EQ(Id2Mask(TTYS_0, 0x210), 0u);
 
-    Slaves[4].BoardType = 1;   // a second (1,1): the later one wins
-    Slaves[3].BoardType = 33;  // does not fit the identifier: must not be taken for type 1
+    Slaves[4].BoardType = 1;  // a second (1,1): the later one wins
+    Slaves[3].BoardType = 33; // does not fit the identifier: must not be taken for type 1
+    Slaves[5].Device = CAN_A; // nor does its number: must not reach outside the table
+    Slaves[5].BoardNumber = 200;
     Slaves[2].BoardNumber = 0; // no board's number: must not hide the group
     Casts[10].BoardType = 2;   // a second group of type 2
     Casts[9].BoardType = 0;    // not a group: must not hide the interface
+    Casts[8].BoardType = 34;   // does not fit either: must not be taken for a board (2,1)
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x01u) << "before it is published";
     publish_Senders();
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x10u);
     EXPECT_EQ(Id2Mask(CAN_A, 0x410), 0x02u);
     EXPECT_EQ(Id2Mask(CAN_A, 0x020), 0x10u);
     EXPECT_EQ(Id2Mask(CAN_A, 0x000), 0x1Fu);
+    EXPECT_EQ(Id2Mask(CAN_A, 0x220), 0u);
     Slaves[4].Mask = 0; // out of reach of the masks, yet it is the one that is found
     publish_Senders();
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0u);
