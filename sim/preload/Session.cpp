@@ -318,6 +318,7 @@ std::string make_Result(std::optional<int> Whole)
     if (Whole) {
         add_Line(Text, "status=%d\n", *Whole);
     }
+    add_Line(Text, "date=%" PRId64 "\n", Current->Described.Clock.Date);
     add_Line(Text, "limit_reached=%d\n", Current->LimitReached ? 1 : 0);
     add_Line(Text, "time_ns=%" PRId64 "\n", static_cast<std::int64_t>(turn::get_Now().count()));
     add_Line(Text, "bus.frames=%" PRIu64 "\n", Load.Frames);

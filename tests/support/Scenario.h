@@ -1,0 +1,126 @@
+// Small machines in a test's own code, and whole runs of the unmodified loader on them.
+//
+//     Scenario Machine;
+//     Machine.add_Board("pump", 2, 17).FuncAddr2 = 1;
+//     Machine.Boards[0].Toml = "[[board.fault]]\nkind = \"silence\"\nservice = 24\n";
+//     const ScenarioRun Run = Machine.run();
+//     EXPECT_EQ(Run.Status, 0);
+//
+// As it comes, a machine is one that the loader starts without a remark: every board is what
+// appl.conf expects, its distribution is in the store, the protocols agree.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The software of a board, or an archive in the store.
+struct Software {
+    std::string Name{"PUMP"};
+    std::array<unsigned, 3> Version{1, 2, 3}; // version, sub-version, compilation
+    std::vector<std::uint8_t> Types{20};      // board types that it serves
+    unsigned IndexLow{1};                     // hardware indices of compatibility that it accepts
+    unsigned IndexHigh{9};
+    std::map<std::string, std::string> Files{{"program.txt", "the program\n"}};
+
+    std::string get_DistributionName() const; // "PUMP.1.2.3"
+};
+
+struct ScenarioBoard {
+    std::string Name;
+    unsigned BoardType{}; // physical address
+    unsigned BoardNumber{};
+
+    // Of its line in appl.conf.
+    unsigned State{3};
+    std::string Device{"cana"};
+    unsigned FuncAddr1{}; // the physical address, unless set
+    unsigned FuncAddr2{};
+    unsigned HwInfo4{210};
+    unsigned HwInfo9{1};
+    std::optional<Software> Expected; // nullopt: Runs
+    unsigned TypeId{20};
+
+    Software Runs;     // what the board has
+    bool Stored{true}; // the store has Runs, too
+
+    // Items by tag as machine.toml writes them ("{ short = 4 }"); "" takes an item of the model
+    // away. Software items are those of Runs, but for these.
+    std::map<unsigned, std::string> HardwareItems;
+    std::map<unsigned, std::string> SoftwareItems;
+    std::map<unsigned, std::string> LoaderItems;
+
+    std::string Keys; // further keys of [[board]], a line each: "present = false\n"
+    std::string Toml; // further tables of the board: "[[board.fault]]\n..."
+};
+
+struct TracedFrame {
+    std::int64_t Micros{}; // since power-on
+    std::uint32_t Identifier{};
+    std::vector<std::uint8_t> Data;
+
+    bool operator==(const TracedFrame &) const = default;
+};
+
+struct ScenarioRun {
+    int Exit{};                // of qxsim: 8 bits, 128 and the signal
+    std::optional<int> Status; // the whole status, when the loader came to its own end
+    int Signal{};              // that ended the loader, 0 none
+    std::string Output;        // of the loader
+    std::string Errors;        // standard error of loader and qxsim
+    std::string Log;           // loader.log, earlier runs included
+    std::string Trace;         // the bus, as candump writes it
+    std::vector<TracedFrame> Frames;
+    std::map<std::string, std::string> Files;  // of /var/vantrel/config, by name
+    std::vector<std::string> Store;            // names in the store, sorted
+    std::map<std::string, std::string> Result; // of qxsim --result
+
+    // Frames with the service MT and the function byte Fn, from the master or from a board.
+    std::vector<TracedFrame> find_Frames(std::uint8_t MT, std::uint8_t Fn) const;
+};
+
+class Scenario
+{
+  public:
+    // A machine without boards, in a temporary folder that goes with the object.
+    Scenario();
+    ~Scenario();
+    Scenario(const Scenario &) = delete;
+    Scenario &operator=(const Scenario &) = delete;
+
+    // The reference stays good.
+    ScenarioBoard &add_Board(const std::string &Name, unsigned BoardType, unsigned BoardNumber);
+
+    // Puts an archive into the store before the next run.
+    void store(const Software &Packed);
+
+    // The machine is switched on (again): files of boards and card go on from the last run, what
+    // is set below is written anew. Options are those of qxsim, Arguments the loader's.
+    ScenarioRun run(const std::vector<std::string> &Options = {},
+                    const std::vector<std::string> &Arguments = {});
+
+    // The machine's folder, for what has no place below: card/, vantrel/ and so on.
+    const std::filesystem::path &get_Folder() const;
+
+    std::deque<ScenarioBoard> Boards;
+    std::string Toml;                         // further tables of machine.toml
+    std::optional<std::string> ApplConf;      // instead of the text made from Boards
+    std::optional<std::string> ApplProtocols; // instead of the four lines and these:
+    std::vector<std::string> Protocols{"cana 4 1 2"};
+    std::vector<std::string> Todo;     // requests for the next run only, "cana 2 1 PUMP.1.2.4"
+    std::vector<std::string> Database; // entries, "card 210 A 1 0 0000FF"; none: no database
+
+  private:
+    std::string make_MachineToml() const;
+    void write_Config();
+    void write_Storage();
+
+    std::filesystem::path Base; // holds the folder of the machine and what runs leave
+    std::filesystem::path Folder;
+    bool Started{};
+};
