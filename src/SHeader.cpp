@@ -216,6 +216,6 @@ int make_DistributionName_FromSheader(char *DistributionName)
         REPORT("Erreur : read_InfoSw_FromSHeader");
         return Status;
     }
-    strcpy(DistributionName, Text);
+    memcpy(DistributionName, Text, strlen(Text) + 1);
     return 0;
 }

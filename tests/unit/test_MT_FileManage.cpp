@@ -157,8 +157,8 @@ TEST_F(FILES, CopiesEverySizeBothWays)
 // An outcome of a transfer: the answers forced to opens, reads or writes, and closes.
 struct OUTCOME {
     const char *Fault;
-    bool Put;
     std::map<int, std::deque<std::string>> Forced;
+    bool Put;
     int Status;
     const char *Calls;
     const char *Report;
@@ -167,38 +167,38 @@ struct OUTCOME {
 TEST_F(FILES, EveryAnswerHasItsOutcome)
 {
     const OUTCOME Outcomes[] = {
-        {"open not waited for", false, {{0, {""}}}, -493, "o", "Timeout"},
-        {"read not waited for", false, {{2, {""}}}, -493, "or", "Timeout"},
-        {"close not waited for", false, {{4, {""}}}, -493, "orrc", "Timeout"},
-        {"refused open taken for its length", false, {{0, {"40 80"}}}, -485, "orc", "sizeof("},
+        {"open not waited for", {{0, {""}}}, false, -493, "o", "Timeout"},
+        {"read not waited for", {{2, {""}}}, false, -493, "or", "Timeout"},
+        {"close not waited for", {{4, {""}}}, false, -493, "orrc", "Timeout"},
+        {"refused open taken for its length", {{0, {"40 80"}}}, false, -485, "orc", "sizeof("},
         {"forgotten file not closed",
-         false,
          {{0, {"40 82", "40 82"}}},
+         false,
          0,
          "ococorrc",
          "Erreur : un fichier est déjà ouvert (cas FILE_OPEN_READ) !\n"
          "MT_FileManage: Slave: 0000000000000001   SlaveFileName: slave\n"},
-        {"close before the reopening", false, {{0, {"40 82"}}, {4, {""}}}, -493, "oc", "Timeout"},
+        {"close before the reopening", {{0, {"40 82"}}, {4, {""}}}, false, -493, "oc", "Timeout"},
         {"length read as unsigned",
-         false,
          {{0, {"00 00 FF FF FF FF"}}},
+         false,
          0,
          "orc",
          "La longueur du fichier slave est négative !"},
-        {"length of a short answer", false, {{0, {"00 EE 00 00"}}}, 0, "orc", ""},
-        {"answer without data", false, {{2, {"02 00"}}}, 0, "orrrc", ""},
-        {"error 0 of a read", false, {{2, {"42 00"}}}, 0, "orrrc", ""},
+        {"length of a short answer", {{0, {"00 EE 00 00"}}}, false, 0, "orc", ""},
+        {"answer without data", {{2, {"02 00"}}}, false, 0, "orrrc", ""},
+        {"error 0 of a read", {{2, {"42 00"}}}, false, 0, "orrrc", ""},
         {"file shorter than announced",
-         false,
          {{2, {"42 85"}}},
+         false,
          -485,
          "orc",
          "sizeof(Fichier master) != sizeof(Fichier slave)"},
-        {"open of a put", true, {{0, {""}}}, -493, "o", "Timeout"},
-        {"write not waited for", true, {{1, {""}}}, -493, "ow", "Timeout"},
-        {"close of a put", true, {{4, {""}}}, -493, "owc", "Timeout"},
-        {"refused write taken for done", true, {{1, {"41 83"}}}, -484, "owc", "sizeof("},
-        {"forgotten file at a put", true, {{0, {"40 82"}}}, 0, "ocowc", "(cas FILE_OPEN_WRITE) !"},
+        {"open of a put", {{0, {""}}}, true, -493, "o", "Timeout"},
+        {"write not waited for", {{1, {""}}}, true, -493, "ow", "Timeout"},
+        {"close of a put", {{4, {""}}}, true, -493, "owc", "Timeout"},
+        {"refused write taken for done", {{1, {"41 83"}}}, true, -484, "owc", "sizeof("},
+        {"forgotten file at a put", {{0, {"40 82"}}}, true, 0, "ocowc", "(cas FILE_OPEN_WRITE) !"},
     };
     for (const OUTCOME &Each : Outcomes) {
         SCOPED_TRACE(Each.Fault);
@@ -245,20 +245,20 @@ TEST_F(FILES, MasterSideFailuresAreTold)
 TEST_F(FILES, UnexpectedAnswersEndTheProcess)
 {
     struct END {
-        bool Put;
         BM_SLAVE_CAST Slaves;
         std::map<int, std::deque<std::string>> Forced;
+        bool Put;
         int Status;
     };
     const END Ends[] = {
-        {false, 8, {}, 0}, // an unknown slave: the open is not sent
-        {true, 8, {}, -898 & 0xFF},
-        {false, 1, {{2, {"42 87"}}}, 135},
-        {false, 1, {{4, {"44 81"}}}, 129},
-        {true, 1, {{4, {"44 81"}}}, 129},
-        {true, 1, {{4, {"44 83"}}}, 131},
-        {false, 1, {{0, {"40 82"}}, {4, {"44 81"}}}, 129},
-        {true, 1, {{0, {"40 82"}}, {4, {"44 80"}}}, 128},
+        {8, {}, false, 0}, // an unknown slave: the open is not sent
+        {8, {}, true, -898 & 0xFF},
+        {1, {{2, {"42 87"}}}, false, 135},
+        {1, {{4, {"44 81"}}}, false, 129},
+        {1, {{4, {"44 81"}}}, true, 129},
+        {1, {{4, {"44 83"}}}, true, 131},
+        {1, {{0, {"40 82"}}, {4, {"44 81"}}}, false, 129},
+        {1, {{0, {"40 82"}}, {4, {"44 80"}}}, true, 128},
     };
     Stored["slave"] = "bytes";
     write_File(MASTER, "bytes");

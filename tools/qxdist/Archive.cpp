@@ -47,6 +47,7 @@ class TemporaryFolder
 bool run_Program(const std::vector<std::string> &Words)
 {
     std::vector<char *> Arguments;
+    Arguments.reserve(Words.size() + 1);
     for (const std::string &Word : Words)
         Arguments.push_back(const_cast<char *>(Word.c_str()));
     Arguments.push_back(nullptr);
