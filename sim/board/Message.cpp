@@ -87,8 +87,7 @@ std::optional<Command> CommandAssembly::add_Frame(const Frame &Received)
         Parameters.clear();
     }
     const unsigned Counter = pData[1] & 0x7FU;
-    if (NbFramesLeft == 0 || Identifier != Received.Identifier || Fn != pData[0] ||
-        Counter != NbFramesLeft - 1) {
+    if (Identifier != Received.Identifier || Fn != pData[0] || Counter + 1 != NbFramesLeft) {
         NbFramesLeft = 0;
         return std::nullopt;
     }

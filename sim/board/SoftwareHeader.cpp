@@ -103,7 +103,7 @@ std::optional<SoftwareHeader> parse_SoftwareHeader(const std::vector<std::uint8_
     read_Items(From, NbItems, Header.Items);
     From.go_To(OffsetFiles);
     read_Files(From, NbFiles, Header.Files);
-    if (From.is_Damaged() || Header.Files.contains("")) {
+    if (From.is_Damaged()) {
         return std::nullopt;
     }
     return Header;

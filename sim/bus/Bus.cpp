@@ -45,11 +45,7 @@ std::optional<Time> Bus::get_NextTime() const
     for (const Node *Asked : Nodes) {
         std::optional<Time> Due = Asked->get_NextTime();
         if (Due && *Due <= Now) {
-            const bool Waiting = Asked->get_PendingFrame(Now) != nullptr;
-            if (Waiting && OnWire) {
-                continue;
-            }
-            Due = Waiting ? std::max(Now, Free) : Now;
+            Due = Asked->get_PendingFrame(Now) != nullptr ? std::max(Now, Free) : Now;
         }
         if (Due && (!Next || *Due < *Next)) {
             Next = Due;

@@ -23,7 +23,8 @@ struct ItemKey {
     std::uint8_t Group{}; // 0 hardware (function 64), 1 software (65), 3 loader (67)
     std::uint8_t Tag{};
 
-    auto operator<=>(const ItemKey &) const = default;
+    // The comparison with 0 that the compiler writes for a map is taken for a null pointer.
+    auto operator<=>(const ItemKey &) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 using ItemTable = std::map<ItemKey, Item>;

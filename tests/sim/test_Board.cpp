@@ -127,7 +127,8 @@ TEST(Board, StateService)
     EXPECT_EQ(ask(Pump, {"161883F0#41"}, 600ms), (Texts{"160FC620#0100000405"}));
 }
 
-// An answer before its time or never; a restart that leaves older answers or an open file behind.
+// An answer before its time or never; a restart that leaves an older
+// answer, half a command or an open file behind.
 TEST(Board, TimeOfAnswers)
 {
     Board Pump{make_Spec(), NOBODY};
@@ -138,8 +139,9 @@ TEST(Board, TimeOfAnswers)
     EXPECT_EQ(Pump.get_NextTime(), std::nullopt);
 
     EXPECT_EQ(ask(Pump, {"191883F0#40006469722F6600"}, 20ms).size(), 1U);
-    Pump.receive_Frame(make_Frame("161883F0#41"), 30ms);
-    EXPECT_EQ(ask(Pump, {"161883F0#430000"}, 30ms), (Texts{"160FC620#0300"}));
+    ask(Pump, {"181883F8#6081010806112233"}, 30ms);
+    EXPECT_EQ(ask(Pump, {"161883F0#41", "161883F0#430000"}, 31ms), (Texts{"160FC620#0300"}));
+    EXPECT_EQ(ask(Pump, {"181883F8#60004455667788"}, 700ms), Texts{});
     EXPECT_EQ(ask(Pump, {"191883F0#44"}, 700ms), (Texts{"190FC620#4481"}));
 }
 
@@ -272,8 +274,13 @@ TEST(Board, Download)
                                 {{1, 4}, {0x81, {}}}};
     EXPECT_EQ(Pump.get_Spec().Items, Expected);
     EXPECT_EQ(ask(Pump, {"161883F0#41"}), (Texts{"160FC620#0100000400"}));
-    download(Pump, OpenA, {3});
-    EXPECT_EQ(Pump.get_NbDownloads(), 1U) << "a file alone is no distribution";
+    download(Pump, OpenA, {3}); // a file alone is no distribution, nor are files that are only read
+    check(Pump, {"191883F8#4082007368656164 191883F8#400165722E62696E 191883F8#400000 > "
+                 "190FC620#000000000044",
+                 "191883F0#44 > 190FC620#0400", "191883F0#40006100 > 190FC620#000000000001",
+                 "191883F0#44 > 190FC620#0400", "191883F0#40006200 > 190FC620#000000000001",
+                 "191883F0#44 > 190FC620#0400"});
+    EXPECT_EQ(Pump.get_NbDownloads(), 1U);
 }
 
 // What each fault makes of an answer.

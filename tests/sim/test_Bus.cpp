@@ -16,8 +16,8 @@ TEST(Bus, FrameLengths)
     } CASES[] = {
         // 0 x12, 11, 0 x25 and the CRC 100011000010000: stuff bits 2 + 5
         {"00000000#", 67, 74},
-        // alternating bits: none
-        {"0AAAAAAA#AAAAAAAAAAAAAAAA", 131, 131},
+        // start of frame and 000, then alternating bits: none
+        {"02AAAAAA#AAAAAAAAAAAAAAAA", 131, 131},
         {"00000000#0000000000000000", 131, 150},
         {"1FFFFFFF#FFFFFFFFFFFFFFFF", 131, 149},
         // runs of four that begin with a stuff bit: close to the worst that a frame can be
