@@ -478,10 +478,6 @@ static int ctrl_TypeId_InAnswer(const SLAVE *pSlave)
 // Writes the map and the date of the database into the board.
 static int write_TypeMap(BM_SLAVE_CAST Slaves, int Length, const char *DbDate)
 {
-    // No message holds more than its tag, length and format leave.
-    if (Length + 3 > NB_PARAMETERS_MAX)
-        return ERR_SLAVES_DB;
-
     int Status = set_Info_ToSlave(Slaves, INFO_WRITE_HARDWARE, TAG_TYPE_MAP, FORMAT_BYTES,
                                   static_cast<uint16_t>(Length), pTypeId);
     if (Status == 0)

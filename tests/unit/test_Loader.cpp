@@ -318,6 +318,11 @@ TEST_F(LOADER, HardwareTypeFromDatabase)
     set_All("18 40 01", "40 80", Good, Good);
     EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 1");
     EXPECT_EQ(count_Asked("2 18 40 01"), 2);
+
+    // A map that no message holds is stopped where it is sent, not taken for a missing database.
+    clear_Masks();
+    set_Database("4699\n1421280000\ncard 12 A 1 1 " + string(1532, 'F') + "\n");
+    EXPECT_DEATH(ctrl_HwTypeIdCompatibility(), "pMsg->NbP <= 768");
 }
 
 // A board condemned by a database that is older than its own; dates asked for again and again; the
