@@ -96,7 +96,8 @@ void remove_Card()
 {
     Journal Mark;
     Mark.open(get_Path(NAME_CARD_GONE).c_str());
-    umount2(MOUNT_CARD, MNT_DETACH);
+    while (umount2(MOUNT_CARD, MNT_DETACH) == 0) {
+    }
     Current->CardGone.reset();
 }
 
