@@ -1002,6 +1002,7 @@ int ctrl_NewSlavesSw()
 static int identify_Distribution(BM_SLAVE_CAST Slaves, char *Name, int Line = __builtin_LINE())
 {
     const int Status = make_DistributionName_FromSlave(Slaves, Name);
+    pAns2Cmd = nullptr; // the service has given every answer back
     switch (Status) {
     case 0:
         return 0;
@@ -1059,6 +1060,9 @@ static int save_Archive(const char *Name)
         return ERR_MASTER_OS;
     case SYST_ERR_COPY:
         REPORT("Erreur : SSD probablement pleine");
+        // Half an archive would pass for the board's software at every later start.
+        make_ArchivePath(Path, DIR_STORE, Name);
+        unlink(Path);
         return ERR_MASTER_NVM_FULL;
     case SYST_ERR_UMOUNT:
         REPORT("Erreur : umount(SSD)");

@@ -435,9 +435,27 @@ TEST_F(LOADER, Upload)
     UpdateSwMask = 2;
     EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "-1 Timeout 4 Update 2");
     EXPECT_EQ(count_Asked("1 18 41 02"), 1) << "a board to be updated is not saved";
+
+    // The header of AB.2.2.2, with no files; a card that is full in the middle of its archive.
+    const string Archive = DIR_STORE "/AB.2.2.2.tar.gz";
+    Answers[2]["19 40"] = {"00 00 00 00 00 37"};
+    write_Script("/mnt/bin/cp", "echo half >" + Archive + "; exit 1");
+    for (const int Expected : {-486, 0}) {
+        clear_Masks();
+        Answers[2]["19 42"] = {
+            "02 00 06 01 00 00 00 37 00 00 00 1E 00 06 00 00 00 1E 00 00 00 00 00 00 00 00 00 00 "
+            "00 00 00 00 01 00 06 02 02 05 41 42 03 01 01 02 04 01 01 02 05 02 02 00 02 0A 01 01 "
+            "00",
+            "42 85"};
+        EXPECT_EQ(upload_Distributions_FromSlaves(), Expected);
+        EXPECT_EQ(std::filesystem::exists(Archive), Expected == 0);
+        std::filesystem::remove("/mnt/bin/cp");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(DIR_WORK_SW));
     clear_Masks();
     write_Script("/mnt/bin/ins_cf", "exit 1");
     EXPECT_EQ(upload_Distributions_FromSlaves(), ERR_MASTER_OS);
+    EXPECT_EQ(pAns2Cmd, nullptr) << "an answer that was given back is not looked at again";
 }
 
 // A long mnemonic whose end is taken for the version; a slot that expects what was forced out.
