@@ -5,7 +5,8 @@
 #include "Interfaces.h"
 #include "Log.h"
 #include "PrivateFolders.h"
-#include "Status.h"
+#include "Reports.h"
+#include <csignal>
 #include <filesystem>
 
 static int AllocationsLeft = -1; // successful ones before one that fails; below 0 none fails
@@ -28,223 +29,162 @@ namespace
 
 testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
 
-// Device, board type and number, functional address of a slave.
-struct PLACE {
-    uint8_t Device, BoardType, BoardNumber, FuncAddr1, FuncAddr2;
-};
+// A configuration by the device, board type and number and functional address of its slaves.
+void write_Config(const std::vector<std::string> &Places)
+{
+    std::string Text = "4698\n0\nappl 1.0\n0\n" + std::to_string(Places.size()) + "\n";
+    for (const std::string &Place : Places)
+        Text += "3 " + Place + " 100 200 NAME 1 2 3 40\n";
+    write_File(PATH_APPL_CONF, Text);
+}
 
-struct Tables : testing::Test {
-    void make_Slaves(const std::vector<PLACE> &Places)
+struct Start : testing::Test {
+    void SetUp() override
     {
-        exit_All();
-        NbSlaves = static_cast<uint8_t>(Places.size());
-        Slave = static_cast<SLAVE *>(calloc(NbSlaves, sizeof(SLAVE)));
-        for (size_t i = 0; i < NbSlaves; i++) {
-            const PLACE &P = Places[i];
-            Slave[i].Mask = BM_SLAVE_CAST{1} << i;
-            Slave[i].Device = P.Device;
-            Slave[i].BoardType = P.BoardType;
-            Slave[i].BoardNumber = P.BoardNumber;
-            Slave[i].FuncAddr1 = P.FuncAddr1;
-            Slave[i].FuncAddr2 = P.FuncAddr2;
-        }
-        init_Variables_Broadcasts();
+        write_Config({"cana 2 1 2 1", "ttyS1 2 1 2 1"});
+        std::filesystem::create_directories(DIR_WORK "/config");
+        write_Script("/mnt/bin/grep", "exit 0"); // the kernel has the CAN driver's module
+        setenv("PATH", "/mnt/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
     }
     void TearDown() override
     {
         exit_All();
     }
+    // The slaves and groups alone: every interface stays in service.
+    void make_Tables(const std::vector<std::string> &Places)
+    {
+        write_Config(Places);
+        ASSERT_EQ(init_Variables_Slaves(), 0);
+        init_Variables_Broadcasts();
+    }
 };
 
-void expect_Group(int Group, BM_SLAVE_CAST Mask, int DeviceIndex, int BoardType)
+// The groups of slaves and all type groups: "group:mask/device/type" each.
+std::string get_Groups()
 {
-    EXPECT_EQ(Broadcast[Group].Mask, Mask) << Group;
-    EXPECT_EQ(Broadcast[Group].Device, DeviceIndex) << Group;
-    EXPECT_EQ(Broadcast[Group].BoardType, BoardType) << Group;
+    std::ostringstream Text;
+    for (int i = 0; i < NbBroadcasts; i++) {
+        const BROADCAST &B = Broadcast[i];
+        if (B.Mask != 0 || i >= FIRST_TYPE_GROUP)
+            Text << ' ' << i << ':' << std::hex << B.Mask << std::dec << '/' << +B.Device << '/'
+                 << +B.BoardType;
+    }
+    return Text.str();
 }
 
-// Groups out of order, a pair merged over interfaces, a dropped slave that stays in a group, and
-// protocol numbers lost when the groups are built again.
-TEST_F(Tables, GroupsFollowTheSlavesInService)
+// Groups out of order, a pair merged over interfaces, a dropped slave that stays in a group,
+// protocol numbers lost when the groups are built again, a type group of mixed types.
+TEST_F(Start, GroupsFollowTheSlavesInService)
 {
-    make_Slaves({{CAN_A, 2, 1, 2, 1}, {CAN_A, 3, 1, 3, 1}, {CAN_A, 2, 2, 2, 2}, {4, 2, 1, 2, 1}});
-    EXPECT_EQ(NbBroadcasts, 11);
-    expect_Group(BROADCAST_ALL, 0b1111, 0, 0);
-    expect_Group(4, 0b1000, 4, 0);
-    expect_Group(CAN_A, 0b0111, CAN_A, 0);
-    expect_Group(8, 0b0101, CAN_A, 2);
-    expect_Group(9, 0b0010, CAN_A, 3);
-    expect_Group(10, 0b1000, 4, 2);
+    make_Tables({"cana 2 1 2 1", "cana 3 1 3 1", "cana 2 2 2 2", "ttyS1 2 1 2 1"});
+    EXPECT_EQ(get_Groups(), " 0:f/0/0 4:8/4/0 5:7/5/0 8:5/5/2 9:2/5/3 10:8/4/2");
     EXPECT_EQ(Broadcast[8].ProtocolLevel, -1);
     EXPECT_EQ(Broadcast[8].ProtocolParam2, 0xFFFF);
 
     Slave[1].Device = 0;
     Broadcast[CAN_A].ProtocolLevel = 7;
     make_BroadcastMask();
-    EXPECT_EQ(NbBroadcasts, 10);
-    expect_Group(BROADCAST_ALL, 0b1101, 0, 0);
-    expect_Group(CAN_A, 0b0101, CAN_A, 0);
-    expect_Group(8, 0b0101, CAN_A, 2);
-    expect_Group(9, 0b1000, 4, 2);
+    EXPECT_EQ(get_Groups(), " 0:d/0/0 4:8/4/0 5:5/5/0 8:5/5/2 9:8/4/2");
     EXPECT_EQ(Broadcast[CAN_A].ProtocolLevel, 7);
+
+    EXPECT_EQ(make_BroadcastMask_ForSlaveType(8, 1, 3), 0);
+    EXPECT_EQ(make_BroadcastMask_ForSlaveType(9, 1, 2), 0);
+    EXPECT_EQ(get_Groups(), " 0:d/0/0 4:8/4/0 5:5/5/0 8:4/5/2 9:0/0/3");
+    EXPECT_EQ(make_BroadcastMask_ForSlaveType(9, 2, 4), -1);
 }
 
-TEST_F(Tables, TypeGroupRefusesMixedTypes)
+// A collision that is missed, also out of service, or seen between two interfaces (the start would
+// stop).
+TEST_F(Start, AddressesAreUniqueOnAnInterface)
 {
-    make_Slaves({{0, 9, 1, 9, 1}, {CAN_A, 2, 1, 2, 1}, {CAN_A, 2, 2, 2, 2}, {CAN_A, 3, 1, 3, 1}});
-    EXPECT_EQ(make_BroadcastMask_ForSlaveType(8, 0, 3), 0);
-    expect_Group(8, 0b0110, CAN_A, 2);
-    EXPECT_EQ(make_BroadcastMask_ForSlaveType(8, 0, 1), 0);
-    expect_Group(8, 0, 0, 9);
-    EXPECT_EQ(make_BroadcastMask_ForSlaveType(8, 2, 4), -1);
-}
-
-// A collision that is missed, or seen between two interfaces.
-TEST_F(Tables, AddressesAreUniqueOnAnInterface)
-{
-    make_Slaves({{CAN_A, 2, 1, 4, 1}, {4, 2, 1, 4, 1}, {CAN_A, 4, 1, 2, 1}});
-    EXPECT_EQ(ctrl_AddressUnicity(), 0);
-    make_Slaves({{CAN_A, 1, 1, 1, 1}, {CAN_A, 2, 1, 2, 1}, {CAN_A, 2, 1, 2, 2}});
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(ctrl_AddressUnicity(), -899);
-    make_Slaves({{0, 1, 1, 2, 1}, {0, 2, 1, 2, 1}});
-    EXPECT_EQ(ctrl_AddressUnicity(), -899);
-    const std::string Out = testing::internal::GetCapturedStdout();
-    EXPECT_LT(Out.find("Erreur Config : adresses physiques identiques\n"),
-              Out.find("Erreur Config : adresses fonctionnelles identiques\n"));
-}
-
-// ---- The whole start
-
-const char CONFIG[] = "4698\n0\nappl 1.0\n0\n2\n"
-                      "3 cana 2 1 2 1 100 200 NAME 1 2 3 40\n"
-                      "1 ttyS1 2 1 2 1 100 200 NAME 1 2 3 40\n";
-
-struct Start : testing::Test {
-    void SetUp() override
-    {
-        write_File(PATH_APPL_CONF, CONFIG);
-        std::filesystem::create_directories(DIR_WORK "/config");
-        set_CanModule(true);
-    }
-    // The driver is there when grep finds the kernel's module.
-    void set_CanModule(bool Loaded)
-    {
-        write_Script("/mnt/bin/grep", Loaded ? "exit 0" : "exit 1");
-        setenv("PATH", "/mnt/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
-    }
-};
-
-// Tables that differ from their initial state, and a run that leaves some behind for the next.
-TEST_F(Start, BuildsAndFreesAllTables)
-{
-    for (int Run = 0; Run < 2; Run++) {
-        ASSERT_EQ(init_All(), 0);
-        EXPECT_EQ(Master, 1008);
-        EXPECT_EQ(NbSlaves, 2);
-        EXPECT_EQ(Slave[0].IndexOfCompatibility, 0xFFFF);
-        EXPECT_EQ(Slave[1].Device, 0); // no serial line is served
-        EXPECT_EQ(Broadcast[BROADCAST_ALL].Mask, 1u);
-        EXPECT_EQ(AnsDef[ANS_LONG].Buffer, 768);
-        EXPECT_EQ(AnsDef[ANS_SHORT].Buffer, 7);
-        EXPECT_EQ(AnsFree[ANS_LONG].Last, 31);
-        EXPECT_EQ(AnsFree[ANS_SHORT].Last, 127);
-        EXPECT_EQ(AnsFree[ANS_SHORT].Mask, 127);
-        EXPECT_EQ(AnsFree[ANS_SHORT].pAnsIndex[126], 126);
-        EXPECT_EQ(AnsTransf[ANS_SHORT].First, AnsTransf[ANS_SHORT].Last);
-        EXPECT_EQ(pAns[ANS_LONG][0].pP, nullptr);
-        EXPECT_NE(pAns[ANS_SHORT][127].pP, nullptr);
-        EXPECT_EQ(exit_All(), 0);
-        EXPECT_EQ(Slave, nullptr);
-        EXPECT_EQ(Cmd.pP, nullptr);
-    }
+    make_Tables({"cana 2 1 4 1", "ttyS1 2 1 4 1", "cana 4 1 2 1"});
+    int Status = 0;
+    const auto Check = [&Status] { Status = ctrl_AddressUnicity(); };
+    Slave[0].Device = Slave[1].Device = 0;
+    EXPECT_EQ(get_Reports(Check), "Init: Erreur Config : adresses physiques identiques\n");
+    EXPECT_EQ(Status, -899);
+    Slave[1].BoardNumber = 2;
+    EXPECT_EQ(get_Reports(Check), "Init: Erreur Config : adresses fonctionnelles identiques\n");
+    EXPECT_EQ(Status, -899);
 }
 
 // The largest table: slaves from 64 on are in no group, and the counts fit.
 TEST_F(Start, SlavesBeyondTheMaskAreInNoGroup)
 {
-    std::string Config = "4698\n0\nappl 1.0\n0\n247\n";
+    std::vector<std::string> Places;
     for (int i = 1; i <= 247; i++)
-        Config += "3 cana 1 " + std::to_string(i) + " 1 " + std::to_string(i) +
-                  " 100 200 NAME 1 2 3 40\n";
-    write_File(PATH_APPL_CONF, Config);
-    ASSERT_EQ(init_All(), 0);
-    EXPECT_EQ(NbBroadcasts, 9);
-    expect_Group(BROADCAST_ALL, ~BM_SLAVE_CAST{0}, 0, 0);
-    expect_Group(8, ~BM_SLAVE_CAST{0}, CAN_A, 1);
+        Places.push_back("cana 1 " + std::to_string(i) + " 1 " + std::to_string(i));
+    make_Tables(Places);
+    EXPECT_EQ(get_Groups(),
+              " 0:ffffffffffffffff/0/0 5:ffffffffffffffff/5/0 8:ffffffffffffffff/5/1");
     EXPECT_EQ(Slave[63].Mask, 0x8000000000000000);
     EXPECT_EQ(Slave[64].Mask, 0u);
     EXPECT_EQ(get_NbSlavesFromMask(Broadcast[8].Mask), 64u);
     EXPECT_EQ(get_NbSlavesFromMask(0x8000000000000001), 2u);
-    exit_All();
 }
 
 // Every allocation of a start fails once: a null pointer that is used, a wrong status or report,
-// and (under a leak checker) what a half-built start leaves behind.
+// and (under a leak checker) what a start, half-built or whole, leaves behind.
 TEST_F(Start, SurvivesEveryFailedAllocation)
 {
-    const int NbAnswerTables = 1 + 3 + 3 + 128;
-    for (int Failing = 0;; Failing++) {
-        testing::internal::CaptureStdout();
-        if (Failing == NbAnswerTables + 1) {
-            AllocationsLeft = Failing;
-            EXPECT_EXIT(init_All(), testing::ExitedWithCode(24), ""); // -1000
-            EXPECT_NE(testing::internal::GetCapturedStdout().find("Allocation pour Broadcast\n"),
-                      std::string::npos);
-            continue;
-        }
-        AllocationsLeft = Failing;
-        const int Status = init_All();
-        AllocationsLeft = -1;
-        EXPECT_EQ(exit_All(), 0);
-        const std::string Out = testing::internal::GetCapturedStdout();
-        if (Status == 0) {
-            EXPECT_EQ(Failing, NbAnswerTables + 4);
-            break;
-        }
-        EXPECT_EQ(Status, Failing <= NbAnswerTables ? -489 : -488) << Failing;
-        EXPECT_NE(Out.find(Failing == 0                ? "Erreur d'allocation : Cmd.pP\n"
-                           : Failing == 1              ? "Erreur d'allocation : pAns[0]\n"
-                           : Failing == 5              ? "Erreur d'allocation : pAns[1][0].pP\n"
-                           : Failing == NbAnswerTables ? "Allocation : Slave\n"
-                           : Failing > NbAnswerTables  ? "Erreur : init_Interfaces = -1000\n"
-                                                       : "Erreur d'allocation : "),
-                  std::string::npos)
-            << Failing << Out;
+    std::vector<std::string> Tables = {"Cmd.pP", "pAns[0]", "AnsTransf", "AnsFree", "pAns[1]"};
+    for (int i = 0; i < 128; i++)
+        Tables.push_back("pAns[1][" + std::to_string(i) + "].pP");
+    Tables.insert(Tables.end(), {"AnsTransf", "AnsFree", "Slave", "Broadcast", "AnsTmp", "AnsTmp"});
+    int Status = 0;
+    for (size_t i = 0; i < Tables.size(); i++) {
+        const std::string Reports = get_Reports([&] {
+            AllocationsLeft = static_cast<int>(i);
+            if (Tables[i] == "Broadcast")
+                EXPECT_EXIT(init_All(), testing::ExitedWithCode(24), ""); // -1000
+            else
+                Status = init_All();
+            AllocationsLeft = -1;
+            exit_All();
+        });
+        EXPECT_EQ(Status, Tables[i] == "AnsTmp" ? -488 : -489) << i;
+        EXPECT_NE(Reports.find(" " + Tables[i] + "\n"), std::string::npos) << i << Reports;
     }
+    AllocationsLeft = static_cast<int>(Tables.size());
+    EXPECT_EQ(init_All(), 0);
+    AllocationsLeft = -1;
+    EXPECT_EQ(Master, 1008);
+    EXPECT_EQ(Slave[0].IndexOfCompatibility, 0xFFFF);
+    EXPECT_EQ(get_Groups(), " 0:1/0/0 5:1/5/0 8:1/5/2 9:0/4/2"); // no serial line is served
+    EXPECT_EQ(exit_All(), 0);
 }
 
 // A failed start that does not come back with the status of the result files.
 TEST_F(Start, GivesTheStatusOfTheResultFiles)
 {
-    set_CanModule(false);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(init_All(), -488);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("Erreur : init_Interfaces = -891\n"),
-              std::string::npos);
+    write_Script("/mnt/bin/grep", "exit 1");
+    EXPECT_EQ(get_Reports([] { EXPECT_EQ(init_All(), -488); }),
+              "Interfaces: Erreur : open_Can(5) = -891\nInit: Erreur : init_Interfaces = -891\n");
     EXPECT_EQ(exit_All(), 0);
 
-    write_File(PATH_APPL_CONF, "4698\n0\nappl 1.0\n0\n2\n3 cana 2 1 2 1 100 200 NAME 1 2 3 40\n");
+    // Two slaves that were not read do not collide.
+    write_File(PATH_APPL_CONF, "4698\n0\nappl 1.0\n0\n3\n3 cana 2 1 2 1 100 200 NAME 1 2 3 40\n");
     EXPECT_EQ(init_All(), -489);
     EXPECT_EQ(ConfigFile, nullptr);
-    EXPECT_EQ(exit_All(), 0);
 }
 
-// What must stop a start does: a missing directory, no or a foreign configuration, two slaves at
-// one address.
+// What must stop a start does: a missing directory, two slaves at one address, a foreign or no
+// configuration.
 TEST_F(Start, StopsOnWhatCannotBeUsed)
 {
+    const auto Aborted = testing::KilledBySignal(SIGABRT);
     std::filesystem::remove(DIR_WORK "/config");
-    EXPECT_DEATH(init_All(), "Assertion `ctrl_Directories\\(\\) == 0' failed");
+    EXPECT_EXIT(
+        init_All(), Aborted,
+        "^qx: \\.\\./src/Init:[0-9]+: Assertion `ctrl_Directories\\(\\) == 0' failed\\.\n$");
     std::filesystem::create_directory(DIR_WORK "/config");
-    const std::string Line = "3 cana 2 1 2 1 100 200 NAME 1 2 3 40\n";
-    write_File(PATH_APPL_CONF, "4698\n0\nappl 1.0\n0\n2\n" + Line + Line);
-    EXPECT_DEATH(init_All(), "Assertion `ctrl_AddressUnicity\\(\\) == 0' failed");
+    write_Config({"cana 2 1 2 1", "cana 2 1 2 1"});
+    EXPECT_EXIT(init_All(), Aborted, "Assertion `ctrl_AddressUnicity\\(\\) == 0' failed");
     write_File(PATH_APPL_CONF, "4699\n");
     EXPECT_EXIT(init_All(), testing::ExitedWithCode(126), ""); // -898
     std::filesystem::remove(PATH_APPL_CONF);
     EXPECT_EXIT(init_All(), testing::ExitedWithCode(125), ""); // -899
-    EXPECT_DEATH(exit_Variables_Slaves(), "Assertion `Slave != \\(\\(void \\*\\)0\\)' failed");
+    EXPECT_EXIT(exit_Variables_Slaves(), Aborted, "`Slave != \\(\\(void \\*\\)0\\)'");
 }
 
 } // namespace
