@@ -99,7 +99,7 @@ static int read_Request(const char *Line)
 {
     const char *pText = Line;
     char Word[A2L_LINE_SIZE];
-    char Name[DISTRIBUTION_SIZE];
+    char Name[DISTRIBUTION_SIZE] = {};
     int64_t FuncAddr1 = 0;
     int64_t FuncAddr2 = 0;
 

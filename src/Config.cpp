@@ -294,7 +294,7 @@ int read_NbSlaves_FromConfig()
 // The name ends up in paths and command lines: a bounded, safe one or none.
 static bool scan_DistName(const char **pText, char *DistName)
 {
-    char Word[DIST_NAME_SIZE];
+    char Word[DIST_NAME_SIZE] = {};
 
     if (scan_Word(pText, Word, sizeof Word) != 1 || !ctrl_SafeDistributionName(Word))
         return false;

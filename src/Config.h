@@ -87,8 +87,9 @@ void close_ProtocolsFile();
 
 // Looks for the structure Broadcast[DeviceIndex].ProtocolStructure, or the highest one below it,
 // among the lines of the interface (1..7). ProtocolStructure becomes what was found, -1 nothing,
-// and ProtocolParam1 and ProtocolParam2 its levels (kept when nothing was found). A malformed line
-// ends the process with -499. The file must be open and stays open.
+// and ProtocolParam1 and ProtocolParam2 its levels (kept when nothing was found, 0xFFFF when the
+// file has lost its header). A malformed line ends the process with -499; a header without a line
+// feed at its end stops the program. The file must be open and stays open.
 void read_Protocol_FromProtocolsFile(int DeviceIndex);
 
 #endif
