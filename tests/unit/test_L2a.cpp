@@ -3,7 +3,6 @@
 #include "PrivateFolders.h"
 #include "Reports.h"
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 
@@ -28,194 +27,165 @@ struct L2a : BENCH {
         std::filesystem::remove_all(DIR);
         std::filesystem::create_directories(DIR);
         MultipleSlavesOnAddMask = NewSlavesMask = 0;
-        for (uint8_t i = 0; i < 3; i++) {
-            Boards[i].FuncAddr1 = static_cast<uint8_t>(i + 2);
-            Boards[i].FuncAddr2 = i == 1 ? 255 : 1;
-        }
-        Boards[1].Device = 7;
+        Boards[0] = {1, 0, 0, 5, 1, 1, 2, 1, 7, 65535, "PUMP", {0, 0, 12}, 0, 0};
+        Boards[1] = {2, 0, 0, 7, 1, 2, 3, 255, 0, 0, "", {}, 0, 0};
+        Boards[2] = {4, 0, 0, 5, 2, 1, 4, 1, 0, 0, "ABCDEFGHIJK", {}, 0, 0};
     }
 };
 
-// What a file holds after the common header, which is checked here.
-static string read_Body(const string &Name)
+// What a shell command in the folder of the files prints.
+static string run(const string &Command)
 {
-    const string Header =
-        "4698              # File : /var/vantrel/config/" + Name +
-        "\n"
-        "1421934889        # Creation date of the file (time_t) : 22.01.2015 14:54:49\n"
-        "1.1.6             # Version of the Loader\n";
-    const string Text = read_File(DIR + Name);
-    EXPECT_EQ(Text.substr(0, Header.size()), Header);
-    return Text.substr(std::min(Header.size(), Text.size()));
+    EXPECT_EQ(system(("cd " + DIR + " && (" + Command + ") > /home/out").c_str()), 0);
+    return read_File("/home/out");
 }
 
-static const string FORMAT = "0                 # File format\n";
-
-// A wrong fourth line would tell the application of other formats; a missing folder is made. What
-// cannot be made is a failure, in the words of each file, and ends the writing.
-TEST_F(L2a, Versions)
-{
-    std::filesystem::remove_all(DIR);
-    EXPECT_EQ(create_Loader_Versions(), 0);
-    EXPECT_EQ(read_Body("loader.versions"), "0     0     0     # File format (Used  Min  Max)\n");
-    std::filesystem::remove_all("/var/vantrel");
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(create_Loader_Versions(), -488); }),
-              "FileTools: Erreur : test -d \"/var/vantrel/config/\"\n"
-              "L2a: Erreur : make_Dir(/var/vantrel/config/) = -994\n");
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(create_Loader_Config(), -488); }),
-              "L2a: Error : creation off /var/vantrel/config/loader.conf\n");
-    NewSlavesMask = 1;
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(create_Loader_Files(-1), -488); }),
-              "L2a: Erreur : création de /var/vantrel/config/loader.errors\n");
-}
-
-// An unused group has no line; numbers that were never agreed on are written sign-extended.
-TEST_F(L2a, Protocols)
+// A wrong header would tell the application of other formats. An unused group has no line; numbers
+// that were never agreed on are written sign-extended.
+TEST_F(L2a, VersionsAndProtocols)
 {
     Groups[3] = {1, 3, 0, -1, -1, 0, 0};
     Groups[5] = {6, 5, 0, 2, 30, 0, 0};
-    EXPECT_EQ(create_Loader_Protocols(), 0);
-    EXPECT_EQ(read_Body("loader.protocols"), FORMAT + "ttyS0      4294967295 4294967295 000\n"
-                                                      "cana       002 030 000\n");
+    std::filesystem::remove_all(DIR); // is made when it is missing
+    EXPECT_EQ(create_Loader_Versions() + create_Loader_Protocols(), 0);
+    EXPECT_EQ(run("cat loader.versions; sed 2,3d loader.protocols"),
+              R"(4698              # File : /var/vantrel/config/loader.versions
+1421934889        # Creation date of the file (time_t) : 22.01.2015 14:54:49
+1.1.6             # Version of the Loader
+0     0     0     # File format (Used  Min  Max)
+4698              # File : /var/vantrel/config/loader.protocols
+0                 # File format
+ttyS0      4294967295 4294967295 000
+cana       002 030 000
+)");
 }
 
-// Answers every item with its group's letter and its tag, but for hardware item 12 of board 0 (255
-// bytes), hardware item 5 of board 1 (unknown) and software item 0 of board 2 (an error).
+// What cannot be made is a failure, in the words of each file, and ends the writing.
+TEST_F(L2a, CannotBeMade)
+{
+    std::filesystem::remove_all("/var/vantrel");
+    NewSlavesMask = 1;
+    const string Reports = get_Reports([] {
+        EXPECT_EQ(create_Loader_Versions(), -488);
+        EXPECT_EQ(create_Loader_Config(), -488);
+        EXPECT_EQ(create_Loader_Files(-1), -488);
+    });
+    EXPECT_EQ(Reports, R"(FileTools: Erreur : test -d "/var/vantrel/config/"
+L2a: Erreur : make_Dir(/var/vantrel/config/) = -994
+L2a: Error : creation off /var/vantrel/config/loader.conf
+L2a: Erreur : création de /var/vantrel/config/loader.errors
+)");
+}
+
+// Answers every item with its group's letter and its tag, but for hardware item 12 (255 bytes).
+// Board 0 does not know hardware item 5, board 1 not item 0.
 static void answer_Item(const CAN_FRAME &Frame)
 {
-    const auto Function = static_cast<uint8_t>(Frame.Data[0] & 0x3F);
     const bool Type2 = ((Frame.Identifier >> 14) & 31) == 2;
-    const int Board = Type2 ? 2 : static_cast<int>((Frame.Identifier >> 19) & 31) - 1;
-    const string Text = "HS?L"[Function] + std::to_string(Frame.Data[1]);
-    string Record = {0, 0, static_cast<char>(Text.size()), 5};
-    if (Board == 0 && Text == "H12")
-        Record = string("\0\0\xFF\6", 4) + string(255, '\xA5');
+    const BM_SLAVE_CAST Sender = Type2 ? 4 : (Frame.Identifier >> 19) & 31;
+    const auto Function = static_cast<char>(Frame.Data[0] & 0x3F);
+    const string Text = "HS?L"[int{Function}] + std::to_string(Frame.Data[1]);
+    string Message = {Function, 0, 0, static_cast<char>(Text.size()), 5};
+    if ((Sender == 1 && Text == "H5") || (Sender == 2 && Text == "H0"))
+        Message = "\x40\x80";
+    else if (Text == "H12")
+        Message = string("\0\0\0\xFF\6", 5) + string(255, '\xA5');
     else
-        Record += Text;
-    std::vector<uint8_t> Message = {Function};
-    for (char Byte : Record)
-        Message.push_back(static_cast<uint8_t>(Byte));
-    if (Board == 1 && Text == "H5")
-        Message = {0x40, 128};
-    else if (Board == 2 && Text == "S0")
-        Message = {0x41, 7};
-    BENCH::receive(24, {BM_SLAVE_CAST{1} << Board, to_Hex(Message.data(), int(Message.size()))});
+        Message += Text;
+    const auto *pBytes = reinterpret_cast<const uint8_t *>(Message.data());
+    BENCH::receive(24, {Sender, to_Hex(pBytes, static_cast<int>(Message.size()))});
 }
 
 // The lists hold the right items of the right group, whole; a slave's first unreadable item ends
-// its lists, leaves the titles and does not touch the next slave. No slaves, no requests.
+// its lists, leaves the titles and does not touch the next slave. Slaves out of service are not
+// there.
 TEST_F(L2a, Config)
 {
     FakeCan.OnSend = answer_Item;
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(create_Loader_Config(), 0); }), "MT_Info: Erreur : 0\n");
-    string Bytes;
-    for (int i = 0; i < 255; i++)
-        Bytes += " A5";
-    EXPECT_EQ(read_Body("loader.conf"),
-              FORMAT +
-                  "3                 # Nb slaves\n"
-                  "cana       002 001\n"
-                  "HW  H0                H3  H4  H5  H6  H7  H8  H9  H10  H11  " +
-                  Bytes +
-                  "  \n"
-                  "SW  S0                S2  S3  S4  S5  S6  S7  S8  S9  S10  \n"
-                  "LD  L0                L1  L2  L3  L4  L5  L6  L7  L8  L9  \n"
-                  "internal_keypad 003 255\n"
-                  "HW  H0                H3  H4  \n"
-                  "SW  \n"
-                  "LD  \n"
-                  "cana       004 001\n"
-                  "HW  H0                H3  H4  H5  H6  H7  H8  H9  H10  H11  H12  \n"
-                  "SW  \n"
-                  "LD  \n");
-    FakeCan.Sent.clear();
+    EXPECT_EQ(create_Loader_Config(), 0);
+    EXPECT_EQ(run("sed '1,4d; s/( A5){255}/<255 bytes>/' -E *"),
+              "3                 # Nb slaves\n"
+              "cana       002 001\nHW  H0                H3  H4  \nSW  \nLD  \n"
+              "internal_keypad 003 255\nHW  \nSW  \nLD  \n"
+              "cana       004 001\n"
+              "HW  H0                H3  H4  H5  H6  H7  H8  H9  H10  H11  <255 bytes>  \n"
+              "SW  S0                S2  S3  S4  S5  S6  S7  S8  S9  S10  \n"
+              "LD  L0                L1  L2  L3  L4  L5  L6  L7  L8  L9  \n");
     Groups[BROADCAST_ALL].Mask = 0;
     EXPECT_EQ(create_Loader_Config(), 0);
-    EXPECT_EQ(read_Body("loader.conf"), FORMAT + "0                 # Nb slaves\n");
-    EXPECT_TRUE(FakeCan.Sent.empty());
+    EXPECT_EQ(run("sed 1,4d *"), "0                 # Nb slaves\n");
 }
 
-using RESULTS = std::vector<std::pair<int, string>>;
-
-// The texts that the application parses, with and without slaves, for every known result.
+// The texts that the application parses, without slaves and with.
 TEST_F(L2a, TodoAndErrors)
 {
+    Slave = nullptr; // as after a failed start: empty sections must not need it
+    EXPECT_EQ(create_Loader_Todo(-1), create_Loader_Errors(-494));
+    EXPECT_EQ(run("tail -n +5 *"), R"(==> loader.errors <==
+Result unknown : -494
+0                 # NO slave with addresse error
+0                 # NO slave with timeout
+0                 # NO slave to replace
+
+==> loader.todo <==
+Result unknown : -1
+0                 # NO slave modified
+0                 # NO slaves needing distribution package
+)");
+    Slave = Boards;
     NewSlavesMask = ReplaceSlavesMask = 5;
     NoDistributionMask = TimeoutMask = 2;
     MultipleSlavesOnAddMask = 1;
-    Boards[0].HwInfo4 = 7;
-    Boards[0].HwInfo9 = 65535;
-    memcpy(Boards[0].DistName, "PUMP", 5);
-    Boards[0].DistVersion[2] = 12;
-    memcpy(Boards[2].DistName, "ABCDEFGHIJK", 12);
     EXPECT_EQ(create_Loader_Files(0), 0);
-    EXPECT_EQ(read_Body("loader.todo"),
-              FORMAT + "000  OK\n"
-                       "2                 # Nb modify slaves\n"
-                       "cana       002 001 00007 065535 PUMP       000 000 012\n"
-                       "cana       004 001 00000 000000 ABCDEFGHIJK 000 000 000\n"
-                       "1                 # Nb slaves needing distribution packages\n"
-                       "internal_keypad 003 255\n");
-    EXPECT_EQ(read_Body("loader.errors"), FORMAT +
-                                              "000  OK\n"
-                                              "1                 # Nb slaves with addresse errors\n"
-                                              "cana       002 001\n"
-                                              "1                 # Nb slaves with timeout\n"
-                                              "internal_keypad 003 255\n"
-                                              "2                 # Nb slaves to replace\n"
-                                              "cana       002 001\n"
-                                              "cana       004 001\n");
+    EXPECT_EQ(run("tail -n +5 *"), R"(==> loader.errors <==
+000  OK
+1                 # Nb slaves with addresse errors
+cana       002 001
+1                 # Nb slaves with timeout
+internal_keypad 003 255
+2                 # Nb slaves to replace
+cana       002 001
+cana       004 001
 
-    NewSlavesMask = NoDistributionMask = 0;
-    MultipleSlavesOnAddMask = TimeoutMask = ReplaceSlavesMask = 0;
-    Slave = nullptr; // as after a failed start: empty sections must not need it
-    for (const auto &[Status, Text] : RESULTS{{-494, "001  Slaves data base absent\n"},
-                                              {-486, "002  Master non volatile memory full\n"},
-                                              {-1, "Result unknown : -1\n"}}) {
-        create_Loader_Todo(Status);
-        EXPECT_EQ(read_Body("loader.todo"),
-                  FORMAT + Text + "0                 # NO slave modified\n" +
-                      "0                 # NO slaves needing distribution package\n");
-    }
-    for (const auto &[Status, Text] : RESULTS{{-1, "000  OK\n"},
-                                              {-489, "501  Master board : hardware default\n"},
-                                              {-488, "502  Master board : OS default\n"},
-                                              {-496, "503  Master software incompatibily\n"},
-                                              {-494, "Result unknown : -494\n"}}) {
-        create_Loader_Errors(Status);
-        EXPECT_EQ(read_Body("loader.errors"),
-                  FORMAT + Text + "0                 # NO slave with addresse error\n" +
-                      "0                 # NO slave with timeout\n" +
-                      "0                 # NO slave to replace\n");
-    }
+==> loader.todo <==
+000  OK
+2                 # Nb modify slaves
+cana       002 001 00007 065535 PUMP       000 000 012
+cana       004 001 00000 000000 ABCDEFGHIJK 000 000 000
+1                 # Nb slaves needing distribution packages
+internal_keypad 003 255
+)");
     ReplaceSlavesMask = 15; // more than the table has
     EXPECT_DEATH(create_Loader_Errors(0), "\\(i != 0\\) && \\(i <= NbSlaves\\)");
 }
 
-// A file that is missing, too many or left from an earlier run makes the application draw the
-// wrong conclusion. loader.versions stays.
+// A file that is missing, too many or left from an earlier run, or another result, makes the
+// application draw the wrong conclusion. loader.versions stays.
 TEST_F(L2a, Files)
 {
-    write_File(DIR + "loader.versions", "");
-    const auto get_Files = [](int Status, BM_SLAVE_CAST *pMask) {
-        string Files;
-        for (const char *Name : {"conf", "errors", "protocols", "todo"})
-            write_File(DIR + "loader." + Name, "");
-        remove_L2a_Files();
+    run("touch loader.conf loader.errors loader.protocols loader.todo loader.versions");
+    remove_L2a_Files();
+    EXPECT_EQ(run("ls"), "loader.versions\n");
+    // The status, the mask that is not empty, and the result in each file that there is then.
+    const std::tuple<int, BM_SLAVE_CAST *, string> Cases[] = {
+        {0, &UpdateSwMask, ""},
+        {-494, &UpdateSwMask, "loader.todo: 001  Slaves data base absent\n"},
+        {-486, &UpdateSwMask, "loader.todo: 002  Master non volatile memory full\n"},
+        {-1, &UpdateSwMask, "loader.errors: 000  OK\n"},
+        {-489, &UpdateSwMask, "loader.errors: 501  Master board : hardware default\n"},
+        {-488, &UpdateSwMask, "loader.errors: 502  Master board : OS default\n"},
+        {0, &TimeoutMask, "loader.errors: 000  OK\n"},
+        {0, &ReplaceSlavesMask, "loader.errors: 000  OK\n"},
+        {0, &MultipleSlavesOnAddMask, "loader.errors: 000  OK\n"},
+        {0, &NoDistributionMask, "loader.todo: 000  OK\n"},
+        {-496, &NewSlavesMask,
+         "loader.errors: 503  Master software incompatibily\nloader.todo: Result unknown : -496\n"},
+    };
+    for (const auto &[Status, pMask, Files] : Cases) {
         *pMask = 1;
         EXPECT_EQ(create_Loader_Files(Status), 0);
         *pMask = 0;
-        for (const char *Name : {"conf", "errors", "protocols", "todo", "versions"})
-            Files += std::filesystem::exists(DIR + "loader." + Name) ? Name[0] : ' ';
-        return Files;
-    };
-    EXPECT_EQ(get_Files(0, &UpdateSwMask), "    v");
-    EXPECT_EQ(get_Files(-494, &UpdateSwMask), "   tv");
-    EXPECT_EQ(get_Files(-486, &UpdateSwMask), "   tv");
-    EXPECT_EQ(get_Files(-1, &UpdateSwMask), " e  v");
-    EXPECT_EQ(get_Files(0, &TimeoutMask), " e  v");
-    EXPECT_EQ(get_Files(0, &ReplaceSlavesMask), " e  v");
-    EXPECT_EQ(get_Files(-494, &MultipleSlavesOnAddMask), " e tv");
-    EXPECT_EQ(get_Files(0, &NoDistributionMask), "   tv");
-    EXPECT_EQ(get_Files(-1, &NewSlavesMask), " e tv");
+        EXPECT_EQ(run("awk 'FNR == 5 {print FILENAME \": \" $0}' *"), Files);
+        remove_L2a_Files();
+    }
 }
