@@ -8,7 +8,8 @@ file(GLOB_RECURSE QX_SOURCES CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/src/*.cpp ${PROJECT_SOURCE_DIR}/src/*.h
     ${PROJECT_SOURCE_DIR}/sim/*.cpp ${PROJECT_SOURCE_DIR}/sim/*.h
     ${PROJECT_SOURCE_DIR}/tools/*.cpp ${PROJECT_SOURCE_DIR}/tools/*.h
-    ${PROJECT_SOURCE_DIR}/tests/*.cpp ${PROJECT_SOURCE_DIR}/tests/*.h)
+    ${PROJECT_SOURCE_DIR}/tests/*.cpp ${PROJECT_SOURCE_DIR}/tests/*.h
+    ${PROJECT_SOURCE_DIR}/bench/*.cpp)
 
 if(CLANG_FORMAT)
     add_custom_target(check-format
@@ -18,5 +19,5 @@ endif()
 if(RUN_CLANG_TIDY)
     add_custom_target(check-tidy
         COMMAND ${RUN_CLANG_TIDY} -quiet -p ${PROJECT_BINARY_DIR}
-                "${PROJECT_SOURCE_DIR}/(src|sim|tools|tests)/.*" VERBATIM)
+                "${PROJECT_SOURCE_DIR}/(src|sim|tools|tests|bench)/.*" VERBATIM)
 endif()
