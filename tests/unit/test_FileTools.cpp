@@ -1,33 +1,33 @@
 #include "FileTools.h"
 #include "Log.h"
 #include "PrivateFolders.h"
+#include "Reports.h"
 #include <filesystem>
+#include <sys/stat.h>
 
 namespace
 {
 
 testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
 
-// A machine whose card and network share are mounted by the platform's commands. Each command that
-// runs leaves its name in /var/calls.
+// A machine whose card and network share are mounted by the platform's commands; /proc/mounts shows
+// the card's name in the device and in other letters. Each command that runs leaves its name in
+// /var/calls.
 struct Storage : testing::Test {
     void SetUp() override
     {
         setenv("PATH", "/mnt/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
-        set_Command("/mnt/bin/ins_cf", "mount -t tmpfs none /mnt/cf");
-        set_Command("/mnt/bin/rm_cf", "umount /mnt/cf");
+        set_Command("/mnt/bin/ins_cf", "mount -t tmpfs /dev/MNT/Cf /mnt/card");
+        set_Command("/mnt/bin/rm_cf", "umount /mnt/card");
+        set_Command("/home/user/usbmount", "exit 0");
         set_Command("/home/user/save/exe/mount_net", "exit 1");
-        std::filesystem::create_directories("/mnt/cf");
+        std::filesystem::create_directories("/mnt/card");
         write_File("/home/user/save/file", "card");
-        testing::internal::CaptureStdout();
     }
     void TearDown() override
     {
-        system("umount /mnt/cf 2> /dev/null");
+        system("umount /mnt/card 2> /dev/null");
         std::filesystem::remove("/var/calls");
-        if (!Out.empty())
-            return;
-        testing::internal::GetCapturedStdout();
     }
     void set_Command(const std::string &Path, const std::string &Body)
     {
@@ -40,18 +40,6 @@ struct Storage : testing::Test {
         std::filesystem::remove("/var/calls");
         return Calls;
     }
-    // Whether standard output up to the first call of these holds the text, the report.
-    bool printed(const std::string &Text)
-    {
-        if (Out.empty())
-            Out = testing::internal::GetCapturedStdout();
-        return Out.find(Text) != std::string::npos;
-    }
-    bool reported(const std::string &Text)
-    {
-        return printed(Text + "\n");
-    }
-    std::string Out;
 };
 
 // Storage that stays mounted, that is unmounted under somebody else, or a result that the unmount
@@ -70,18 +58,21 @@ TEST_F(Storage, IsMountedOnlyForTheWork)
     EXPECT_EQ(make_Dir("/home/user/save/new"), 0);
     EXPECT_EQ(take_Calls(), "ins_cf\n");
     EXPECT_EQ(umount("/home/user/save/anything"), 0);
-    EXPECT_EQ(take_Calls(), "rm_cf\n");
-
-    set_Command("/mnt/bin/rm_cf", "umount /mnt/cf; exit 3");
-    EXPECT_EQ(ctrl_DirPresence("/home/user/save/new"), 1);
     EXPECT_EQ(mount("/home/user/save/anything"), 0); // mounts by exact names only
+    EXPECT_EQ(take_Calls(), "rm_cf\n");
     EXPECT_EQ(ctrl_mount("/home/user/vantrel"), 1);
-    EXPECT_TRUE(reported("Erreur : umount"));
+
+    set_Command("/mnt/bin/rm_cf", "umount /mnt/card; exit 3");
+    EXPECT_EQ(get_Reports([] {
+                  EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), 1);
+                  EXPECT_EQ(ctrl_DirPresence("/home/user/save/new"), 1);
+                  EXPECT_EQ(make_Dir("/home/user/save/new"), 0);
+              }),
+              "FileTools: Error : umount\nFileTools: Erreur : umount\nFileTools: Error : umount\n");
 }
 
 TEST_F(Storage, RunsTheCommandsOfEachDevice)
 {
-    set_Command("/home/user/usbmount", "exit 0");
     set_Command("/home/user/save/exe/umount_net", "exit 1");
     EXPECT_EQ(ctrl_FilePresence("/mnt/removable/x"), 0);
     EXPECT_EQ(take_Calls(), "usbmount /mnt/removable\nusbmount /mnt/removable umount\n");
@@ -94,55 +85,73 @@ TEST_F(Storage, RunsTheCommandsOfEachDevice)
 TEST_F(Storage, FailedMountSkipsTheWork)
 {
     set_Command("/mnt/bin/ins_cf", "exit 1");
-    EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), -997);
-    EXPECT_EQ(make_Dir("/home/user/save/never"), -997);
+    EXPECT_EQ(get_Reports([] {
+                  EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), -997);
+                  EXPECT_EQ(ctrl_DirPresence("/home/user/save"), -997);
+                  EXPECT_EQ(make_Dir("/home/user/save/never"), -997);
+              }),
+              "FileTools: Error : mount\nFileTools: Erreur : mount\nFileTools: Erreur : mount\n");
     EXPECT_FALSE(std::filesystem::exists("/home/user/save/never"));
-    EXPECT_EQ(take_Calls(), "ins_cf\nins_cf\n");
-    EXPECT_TRUE(reported("Error : mount"));
-    EXPECT_TRUE(reported("Erreur : mount"));
+    EXPECT_EQ(take_Calls(), "ins_cf\nins_cf\nins_cf\n");
 }
 
+// Storage unmounted in another order (a share's own commands lie on the card), or left mounted.
 TEST_F(Storage, CopyMountsBothSides)
 {
     EXPECT_EQ(copy_File("/home/user/save/file", "/home/user/vantrel/tmp"), 0);
     EXPECT_EQ(read_File("/home/user/vantrel/tmp/file"), "card");
     EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nrm_cf\n"); // its presence, then the copy
-    EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/net/file"), -997);
+    EXPECT_EQ(
+        get_Reports([] { EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/removable/x"), -998); }),
+        "FileTools: Erreur : cp \"/home/user/save/file\" \"/mnt/removable/x\" (Status = 256)\n");
+    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nusbmount /mnt/removable\n"
+                            "rm_cf\nusbmount /mnt/removable umount\n");
+    EXPECT_EQ(
+        get_Reports([] { EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/net/file"), -997); }),
+        "FileTools: Erreur : mount\n");
     EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nmount_net\n"); // the card stays mounted
-    EXPECT_EQ(copy_File("/nowhere", "/nowhere"), 0);
-    EXPECT_EQ(copy_File("/nowhere", "/var/x"), -892);
-    EXPECT_EQ(copy_File(nullptr, "/var/x"), -898);
-    EXPECT_EQ(copy_File("/nowhere", nullptr), -898);
-    EXPECT_EQ(copy_File("/var/calls", "/nowhere/x"), -892);
-    EXPECT_EQ(copy_File("/home/user/save/file", "/nowhere/x"), -998);
-    EXPECT_TRUE(reported("Erreur : Source n'existe pas (\"/nowhere\")"));
-    EXPECT_TRUE(reported("Erreur : cp \"/home/user/save/file\" \"/nowhere/x\" (Status = 256)"));
+    EXPECT_EQ(get_Reports([] {
+                  EXPECT_EQ(copy_File("/nowhere", "/nowhere"), 0);
+                  EXPECT_EQ(copy_File("/nowhere", "/var/x"), -892);
+                  EXPECT_EQ(copy_File(nullptr, "/var/x"), -898);
+                  EXPECT_EQ(copy_File("/nowhere", nullptr), -898);
+              }),
+              "FileTools: Erreur : Source n'existe pas (\"/nowhere\")\n"
+              "FileTools: Erreur : Source == NULL\nFileTools: Erreur : Target == NULL\n");
 }
 
 TEST_F(Storage, MakesOneDirectory)
 {
+    umask(0);
     EXPECT_EQ(make_Dir("/var/one"), 0);
     EXPECT_EQ(make_Dir("/var/one"), 0);
-    EXPECT_EQ(make_Dir("/var/two/three"), -994);
-    EXPECT_EQ(ctrl_FilePresence(nullptr), 0);
-    EXPECT_TRUE(reported("Erreur : test -d \"/var/two/three\""));
-    EXPECT_TRUE(reported("Erreur : pas de nom de fichier"));
+    EXPECT_EQ(std::filesystem::status("/var/one").permissions(), std::filesystem::perms::all);
+    EXPECT_EQ(get_Reports([] {
+                  EXPECT_EQ(make_Dir("/var/two/three"), -994);
+                  EXPECT_EQ(ctrl_FilePresence(nullptr), 0);
+              }),
+              "FileTools: Erreur : test -d \"/var/two/three\"\n"
+              "FileTools: Erreur : pas de nom de fichier\n");
 }
 
 // A log without the failed condition or its trailer, and a name at the bound that is refused.
 TEST_F(Storage, AssertionsCompleteTheLogFirst)
 {
     EXPECT_EQ(ctrl_DirPresence(std::string(129, 'd').c_str()), 0);
+    EXPECT_EQ(ctrl_mount(std::string(89, 'd').c_str()), 0);
     ErrorInit(PATH_LOG);
-    EXPECT_DEATH(ctrl_DirPresence(std::string(130, 'd').c_str()),
-                 "Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
+    const std::string Out = get_Reports([] {
+        EXPECT_DEATH(ctrl_DirPresence(std::string(130, 'd').c_str()),
+                     "Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
+    });
+    EXPECT_EQ(Out.rfind("Assert : ../src/FileTools ", 0), 0) << Out;
+    EXPECT_TRUE(Out.ends_with(" \nFileTools: (strlen(DirName) + 10 < 140)\n")) << Out;
     const std::string Log = read_File(PATH_LOG);
     EXPECT_EQ(ErrorClose(), 0);
-    const size_t Report = Log.find("(strlen(DirName) + 10 < 140)\nFin - ");
-    EXPECT_NE(Report, std::string::npos) << Log;
+    EXPECT_NE(Log.find("(strlen(DirName) + 10 < 140)\nFin - "), std::string::npos) << Log;
+    EXPECT_DEATH(ctrl_mount(std::string(90, 'd').c_str()), "\\(strlen\\(Dev\\) \\+ 50 < 140\\)'");
     EXPECT_DEATH(copy_File("/home/user/save/file", std::string(110, 't').c_str()),
                  "Assertion `\\(strlen\\(Source\\) \\+ strlen\\(Target\\) \\+ 10 < 140\\)'");
-    EXPECT_TRUE(printed("Assert : ../src/FileTools "));
 }
 
 TEST(Bytes, AreReadUpToTheEnd)
@@ -162,8 +171,9 @@ TEST(Text, IsFoundInPiecesOfALine)
 {
     write_File("/var/text", "Tmpfs /MNT/Cf\n" + std::string(96, 'x') + "needle\nNeedles");
     EXPECT_EQ(grep("/mnt/cf", "/var/text", 0), 1);
-    EXPECT_EQ(grep("/mnt/cf", "/var/text", 1), 0);
-    EXPECT_EQ(grep("xneed", "/var/text", 1), 0); // cut after "nee"
+    EXPECT_EQ(grep("/mnt/cf", "/var/text", 0x101), 0);
+    EXPECT_EQ(grep("xnee", "/var/text", 1), 1);
+    EXPECT_EQ(grep("xneed", "/var/text", 1), 0); // cut there
     EXPECT_EQ(grep("needles", "/var/text", 0x100), 1);
     EXPECT_EQ(grep("x", "/var/absent", 1), 0);
     EXPECT_STREQ(stristr("aAaB", "AB"), "aB");
