@@ -363,7 +363,8 @@ void start()
     } catch (const std::exception &Error) {
         next::die(Error.what());
     }
-    turn::start(Current->Described.Clock.Quantum, get_NextAlarm(Time{}), keep_Time);
+    const double Rate = get_Setting("QXSIM_PARALLEL");
+    turn::start(Current->Described.Clock.Quantum, Rate, get_NextAlarm(Time{}), keep_Time);
 }
 
 bool is_Running()

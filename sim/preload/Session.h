@@ -1,10 +1,11 @@
 // One run: the simulated machine as the loader's requests reach it, and what is left of it for the
-// runner. Only the thread that has the turn may call in here.
+// runner. Only a thread that is inside (turn::Inside) may call in here.
 //
 // The runner hands over in the environment:
-//     QXSIM_RUN     folder of the run: trace, output and result are written there
-//     QXSIM_LIMIT   virtual seconds after which the run is ended, 0 none
-//     QXSIM_SPEED   virtual seconds a real one, 0 as fast as possible
+//     QXSIM_RUN       folder of the run: trace, output and result are written there
+//     QXSIM_LIMIT     virtual seconds after which the run is ended, 0 none
+//     QXSIM_SPEED     virtual seconds a real one, 0 as fast as possible
+//     QXSIM_PARALLEL  the same with the loader's threads in parallel, 0 they take turns
 // The machine's folder is FOLDER_MACHINE.
 #pragma once
 

@@ -5,6 +5,7 @@
 #include "preload/Session.h"
 #include "preload/Turn.h"
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -26,12 +27,12 @@ namespace
 {
 
 constexpr int NO_DRIVER = -1;
-int DriverFd = NO_DRIVER;
+std::atomic<int> DriverFd = NO_DRIVER;
 
 // True where virtual time counts.
 bool is_Simulated()
 {
-    return turn::has_Turn();
+    return turn::is_OfLoader();
 }
 
 // The end of the process.
@@ -44,7 +45,7 @@ std::array<struct sigaction, FatalSignals.size()> EarlierActions;
 // instruction is met again on return; what was sent has to be sent again.
 void end_BySignal(int Signal, siginfo_t *Info, void *)
 {
-    const next::Unseen Guard;
+    const turn::Inside Guard;
     session::finish(std::nullopt);
     for (std::size_t i = 0; i < FatalSignals.size(); ++i) {
         if (FatalSignals[i] == Signal) {
@@ -58,13 +59,15 @@ void end_BySignal(int Signal, siginfo_t *Info, void *)
 
 void end_ByExit(int Status, void *)
 {
-    const next::Unseen Guard;
-    fflush(stdout);
+    const next::Unseen Hidden;
+    fflush(stdout); // before the turn is taken: another thread may hold stdout and wait for it
+    const turn::Inside Guard;
     session::finish(Status);
 }
 
 void end_BySanitizer()
 {
+    const turn::Inside Guard;
     session::finish(std::nullopt);
 }
 
@@ -99,7 +102,7 @@ void watch_End()
 // Standard output goes where it went, and is recorded with its virtual time.
 ssize_t write_Output(void *, const char *Text, size_t Size)
 {
-    const next::Unseen Guard;
+    const turn::Inside Guard;
     session::record_Output({Text, Size});
     while (syscall(SYS_write, STDOUT_FILENO, Text, Size) < 0 && errno == EINTR) {
     }
@@ -122,7 +125,8 @@ void watch_Output()
     if (!session::is_Running()) {
         return;
     }
-    for (const char *Name : {"LD_PRELOAD", "QXSIM_RUN", "QXSIM_LIMIT", "QXSIM_SPEED"}) {
+    for (const char *Name :
+         {"LD_PRELOAD", "QXSIM_RUN", "QXSIM_LIMIT", "QXSIM_SPEED", "QXSIM_PARALLEL"}) {
         unsetenv(Name);
     }
     watch_Output();
@@ -156,12 +160,13 @@ bool is_VirtualClock(clockid_t Clock)
 
 Time read_Clock(clockid_t Clock)
 {
+    const turn::Inside Guard;
     return turn::get_Now() + (is_WallClock(Clock) ? session::get_Date() : Time{});
 }
 
 void wait_Duration(Time Duration)
 {
-    const next::Unseen Guard;
+    const turn::Inside Guard;
     turn::wait_Duration(Duration);
 }
 
@@ -180,7 +185,7 @@ bool is_ValidDuration(const timespec *Duration)
 
 int open_Driver()
 {
-    const next::Unseen Guard;
+    const turn::Inside Guard;
     if (const std::optional<int> Failure = session::open_Driver()) {
         errno = EIO;
         return *Failure;
@@ -258,7 +263,7 @@ EXPORTED int __open64_2(const char *Path, int Flags)
 EXPORTED int close(int Fd)
 {
     if (Fd == DriverFd && is_Simulated()) {
-        const next::Unseen Guard;
+        const turn::Inside Guard;
         session::close_Driver();
         DriverFd = NO_DRIVER;
     }
@@ -272,7 +277,7 @@ EXPORTED int ioctl(int Fd, unsigned long Request, ...) noexcept
     void *const Argument = va_arg(Arguments, void *);
     va_end(Arguments);
     if (Fd == DriverFd && Fd != NO_DRIVER && is_Simulated()) {
-        const next::Unseen Guard;
+        const turn::Inside Guard;
         return session::request(Request, Argument);
     }
     return static_cast<int>(syscall(SYS_ioctl, Fd, Request, Argument));
@@ -365,6 +370,7 @@ EXPORTED int pthread_join(pthread_t Handle, void **Result)
 // exit_group, which needs no handler of the process any more.
 EXPORTED void _exit(int Status)
 {
+    const turn::Inside Guard;
     session::finish(Status);
     syscall(SYS_exit_group, Status);
     __builtin_unreachable();

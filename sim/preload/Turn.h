@@ -9,9 +9,14 @@
 //
 // A thread that waits for something else than virtual time (a lock that another thread holds across
 // a wait, say) would hold the turn for ever; the loader has no such place.
+//
+// In parallel, the other way to run, the threads are the system's to run: virtual time is real
+// time, only faster, a wait is a real one, and a thread has the turn only while it is inside the
+// simulated machine. Nothing is repeatable then; it shows what the threads do to each other.
 #pragma once
 
 #include "Frame.h"
+#include "preload/Next.h"
 #include <limits>
 #include <pthread.h>
 
@@ -23,12 +28,28 @@ constexpr Time NEVER{std::numeric_limits<Time::rep>::max()};
 // Called with the clock when it has reached the alarm; returns the time of the next alarm.
 using Alarm = Time (*)(Time Now);
 
-// The calling thread becomes the first one and has the turn.
-void start(Time Quantum, Time FirstAlarm, Alarm Called);
+// The calling thread becomes the first one and has the turn. Rate: virtual time a real one, for
+// threads in parallel; 0: they take turns.
+void start(Time Quantum, double Rate, Time FirstAlarm, Alarm Called);
 
-// True on the threads that take turns: the first one and those that it and they create.
-bool has_Turn();
+// True on the threads of the loader: the first one and those that it and they create.
+bool is_OfLoader();
 
+// While it lives, its thread has the turn and is unseen by a thread sanitizer. A thread may have
+// several. Whatever below is not about threads, and all of the session, is called with one.
+class Inside
+{
+  public:
+    Inside();
+    ~Inside();
+    Inside(const Inside &) = delete;
+    Inside &operator=(const Inside &) = delete;
+
+  private:
+    next::Unseen Guard;
+};
+
+// Stands still while the turn is not given away.
 Time get_Now();
 
 // The caller goes on not before Wake; the others run meanwhile.

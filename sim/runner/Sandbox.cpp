@@ -26,6 +26,8 @@ constexpr std::array<std::string_view, 12> Hidden{"boot",  "dev", "home", "lost+
 
 using Words = std::vector<std::string>;
 
+constexpr double PARALLEL_SPEED = 100; // unless one is given
+
 void add(Words &Command, std::initializer_list<std::string> Added)
 {
     Command.insert(Command.end(), Added);
@@ -94,8 +96,14 @@ Words make_Environment(const RunSettings &Settings)
                       "LC_ALL=C",
                       "TZ=UTC0",
                       std::string{"QXSIM_RUN="} + FOLDER_RUN,
-                      "QXSIM_SPEED=" + std::to_string(Settings.Speed),
+                      "QXSIM_SPEED=" + std::to_string(Settings.Parallel ? 0 : Settings.Speed),
+                      "QXSIM_PARALLEL=" + std::to_string(get_ParallelRate(Settings)),
                       "QXSIM_LIMIT=" + std::to_string(Settings.Limit)};
+double get_ParallelRate(const RunSettings &Settings)
+{
+    return !Settings.Parallel ? 0 : Settings.Speed > 0 ? Settings.Speed : PARALLEL_SPEED;
+}
+
     add_SanitizerSettings(Environment);
     return Environment;
 }

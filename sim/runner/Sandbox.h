@@ -18,7 +18,8 @@ struct Tools {
 
 struct RunSettings {
     double Speed{};                     // virtual seconds a real one, 0: as fast as possible
-    double Limit{};                     // virtual seconds, 0: none
+    double Limit{3600};                 // virtual seconds, 0: none
+    bool Parallel{};                    // the loader's threads really run in parallel
     std::vector<std::string> Arguments; // of the loader
 };
 

@@ -30,6 +30,8 @@ constexpr const char *USAGE =
     "  --result FILE   write what came of the run as lines KEY=VALUE\n"
     "  --speed N       N virtual seconds a real one (default: as fast as possible)\n"
     "  --limit N       end the loader after N virtual seconds (default 3600, 0 never)\n"
+    "  --parallel      run the loader's threads in parallel, in real time --speed times faster\n"
+    "                  (default 100); nothing is repeatable then\n"
     "  --quiet         no report, only what the loader prints\n"
     "  --help          this text\n"
     "  --version       the version\n"
@@ -46,7 +48,7 @@ struct Options {
     fs::path Result;
     bool Keep{};
     bool Quiet{};
-    RunSettings Settings{0, 3600, {}};
+    RunSettings Settings;
 };
 
 struct UsageError : std::runtime_error {
@@ -72,11 +74,17 @@ double read_Number(const char *Text)
 Options read_Options(int argc, char *argv[])
 {
     static const option Long[] = {
-        {"loader", required_argument, nullptr, 'l'}, {"keep", no_argument, nullptr, 'k'},
-        {"trace", required_argument, nullptr, 't'},  {"result", required_argument, nullptr, 'r'},
-        {"speed", required_argument, nullptr, 's'},  {"limit", required_argument, nullptr, 'm'},
-        {"quiet", no_argument, nullptr, 'q'},        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},      {nullptr, 0, nullptr, 0},
+        {"loader", required_argument, nullptr, 'l'},
+        {"keep", no_argument, nullptr, 'k'},
+        {"trace", required_argument, nullptr, 't'},
+        {"result", required_argument, nullptr, 'r'},
+        {"speed", required_argument, nullptr, 's'},
+        {"limit", required_argument, nullptr, 'm'},
+        {"parallel", no_argument, nullptr, 'p'},
+        {"quiet", no_argument, nullptr, 'q'},
+        {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
     };
     Options Read;
     int Option = 0;
@@ -99,6 +107,9 @@ Options read_Options(int argc, char *argv[])
             break;
         case 'm':
             Read.Settings.Limit = read_Number(optarg);
+            break;
+        case 'p':
+            Read.Settings.Parallel = true;
             break;
         case 'q':
             Read.Quiet = true;
