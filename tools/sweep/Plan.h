@@ -1,0 +1,43 @@
+// What the sweep runs: every command of a good start with every fault that a board can show, and
+// every call to the outside failing.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qxsweep
+{
+
+// A command as a board received it.
+struct ReceivedCommand {
+    std::string Board;
+    std::uint8_t Service{};
+    std::uint8_t Function{};
+    std::optional<std::uint8_t> Tag; // first parameter
+    unsigned Nth{};                  // the first one that these name ...
+    bool AnswerWanted{};
+    bool LongAnswer{}; // of several frames
+};
+
+// One run: a fault and where it strikes.
+struct PlannedRun {
+    std::string Kind;  // "silence", "error 129" ...
+    std::string Place; // "heater service 24 function 0 tag 4, 1st"
+    std::string Board; // whose table Toml is; "": the machine's
+    std::string Toml;
+    bool Restarted{}; // a second start follows, without the fault
+};
+
+// The commands of a start from its trace (candump's log format) and the machine's description.
+// Restarts and moves of the boards are followed.
+std::vector<ReceivedCommand> read_Commands(const std::string &Trace,
+                                           const std::string &MachineFolder);
+
+// Each command with each fault that can change something about it.
+std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Commands,
+                                         const std::vector<std::string> &Boards);
+
+} // namespace qxsweep
