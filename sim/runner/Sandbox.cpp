@@ -49,6 +49,14 @@ void add_HostFolders(Words &Command)
     }
 }
 
+// Where a loader that was built to count its own coverage writes: GCOV_PREFIX names a folder, which
+// is the same inside.
+std::string get_CoverageFolder()
+{
+    const char *const Folder = getenv("GCOV_PREFIX");
+    return Folder != nullptr ? Folder : "";
+}
+
 Words make_Command(const Tools &Used, const fs::path &Work, const fs::path &Run,
                    const Words &Arguments)
 {
@@ -66,6 +74,9 @@ Words make_Command(const Tools &Used, const fs::path &Work, const fs::path &Run,
     add(Command, {"--bind", Work / "vantrel", "/home/user/vantrel"});
     add(Command, {"--symlink", MOUNT_CARD, "/home/user/save"});
     add(Command, {"--symlink", std::string{FOLDER_SCRIPTS} + "/usbmount", "/home/user/usbmount"});
+    if (const std::string Folder = get_CoverageFolder(); !Folder.empty()) {
+        add(Command, {"--bind", Folder, Folder});
+    }
     add(Command, {"--chdir", "/", PATH_QXSIM, "--inside"});
     Command.insert(Command.end(), Arguments.begin(), Arguments.end());
     return Command;
@@ -105,6 +116,9 @@ double get_ParallelRate(const RunSettings &Settings)
 }
 
     add_SanitizerSettings(Environment);
+    if (const std::string Folder = get_CoverageFolder(); !Folder.empty()) {
+        Environment.push_back("GCOV_PREFIX=" + Folder);
+    }
     return Environment;
 }
 
