@@ -98,6 +98,11 @@ void add_SanitizerSettings(Words &Environment)
     }
 }
 
+double get_ParallelRate(const RunSettings &Settings)
+{
+    return !Settings.Parallel ? 0 : Settings.Speed > 0 ? Settings.Speed : PARALLEL_SPEED;
+}
+
 // Nothing else of the host's settings reaches the loader, so that a run is the same everywhere.
 Words make_Environment(const RunSettings &Settings)
 {
@@ -110,11 +115,6 @@ Words make_Environment(const RunSettings &Settings)
                       "QXSIM_SPEED=" + std::to_string(Settings.Parallel ? 0 : Settings.Speed),
                       "QXSIM_PARALLEL=" + std::to_string(get_ParallelRate(Settings)),
                       "QXSIM_LIMIT=" + std::to_string(Settings.Limit)};
-double get_ParallelRate(const RunSettings &Settings)
-{
-    return !Settings.Parallel ? 0 : Settings.Speed > 0 ? Settings.Speed : PARALLEL_SPEED;
-}
-
     add_SanitizerSettings(Environment);
     if (const std::string Folder = get_CoverageFolder(); !Folder.empty()) {
         Environment.push_back("GCOV_PREFIX=" + Folder);
