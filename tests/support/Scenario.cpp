@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -64,7 +65,11 @@ qxdist::FileTable make_Distribution(const Software &Made)
     for (const auto &[Name, Text] : Made.Files) {
         Files[Name].assign(Text.begin(), Text.end());
     }
-    return qxdist::make_Distribution(Records, Files);
+    qxdist::FileTable Distribution = qxdist::make_Distribution(Records, Files);
+    if (Made.Header) {
+        Distribution[NAME_HEADER] = *Made.Header;
+    }
+    return Distribution;
 }
 
 // The items of a board that appl.conf and the store expect as they are.
@@ -142,6 +147,42 @@ std::string quote(const std::string &Word)
     return Quoted + "'";
 }
 
+std::string quote_All(const std::vector<std::string> &Words)
+{
+    std::string Text;
+    for (const std::string &Word : Words) {
+        Text += " " + quote(Word);
+    }
+    return Text;
+}
+
+// How such a run ends depends on chance, but not that it does: within the virtual time that a run
+// has, and a minute. A thread that still runs at the end has a moment to show its races.
+void run_InParallel(const char *Loader, const fs::path &Folder,
+                    const std::vector<std::string> &Options,
+                    const std::vector<std::string> &Arguments)
+{
+    const fs::path Output = Folder.parent_path() / "parallel.output";
+    const fs::path Result = Folder.parent_path() / "parallel.result";
+    fs::remove(Result);
+    const std::string Line = "TSAN_OPTIONS=atexit_sleep_ms=100 timeout -s KILL 60" +
+                             quote_All({QXSIM_PROGRAM, "--parallel", "--quiet", "--loader", Loader,
+                                        "--result", Result}) +
+                             quote_All(Options) + quote_All({Folder, "--"}) + quote_All(Arguments) +
+                             " >" + quote(Output) + " 2>&1";
+    (void)!std::system(Line.c_str());
+
+    const bool Limited = std::count(Options.begin(), Options.end(), "--limit") != 0;
+    const std::string Ended = Limited ? "limit_reached=" : "limit_reached=0\n";
+    const std::string Text = read_Text(Output);
+    if (Text.find("ThreadSanitizer") != std::string::npos) {
+        throw std::runtime_error{"in parallel the sanitizer finds\n" + Text};
+    }
+    if (read_Text(Result).find(Ended) == std::string::npos) {
+        throw std::runtime_error{"in parallel the loader does not end\n" + Text};
+    }
+}
+
 std::vector<TracedFrame> read_Frames(const std::string &Trace, std::int64_t PowerOn)
 {
     std::vector<TracedFrame> Frames;
@@ -195,6 +236,31 @@ std::vector<TracedFrame> ScenarioRun::find_Frames(std::uint8_t MT, std::uint8_t 
                             Frame.Data[0] == Fn;
                  });
     return Found;
+}
+
+std::string ScenarioRun::get_Outcome() const
+{
+    static const std::regex LIST{"([0-9]+) +# Nb .*(addresse|timeout|replace|modify|needing).*"};
+    static const std::regex RESULT{"([0-9]{3})  .*"};
+    std::string Text = Signal != 0 ? "signal " + std::to_string(Signal)
+                       : Status    ? std::to_string(*Status)
+                                   : "exit " + std::to_string(Exit);
+    for (const char *Name : {"loader.errors", "loader.todo"}) {
+        std::istringstream Lines{Files.contains(Name) ? Files.at(Name) : ""};
+        std::string Line;
+        std::smatch Found;
+        while (std::getline(Lines, Line)) {
+            if (std::regex_match(Line, Found, LIST)) {
+                Text += " " + Found.str(2) + "=" + Found.str(1);
+            } else if (std::regex_match(Line, Found, RESULT) && Found.str(1) != "000") {
+                Text += " " + Found.str(1);
+            }
+        }
+    }
+    const bool Started = std::all_of(Result.begin(), Result.end(), [](const auto &Each) {
+        return !Each.first.ends_with(".state") || Each.second == "started";
+    });
+    return Text + (Started ? " started" : "");
 }
 
 Scenario::Scenario()
@@ -295,17 +361,13 @@ ScenarioRun Scenario::run(const std::vector<std::string> &Options,
     write_Config();
     write_Text(Folder / "machine.toml", make_MachineToml());
 
-    std::string Line = quote(QXSIM_PROGRAM) + " --loader " + quote(QX_PROGRAM) +
-                       " --quiet --keep --trace " + quote(Base / "trace") + " --result " +
-                       quote(Base / "result");
-    for (const std::string &Option : Options) {
-        Line += " " + quote(Option);
+    if (const char *const Loader = getenv("QX_PARALLEL_LOADER")) {
+        run_InParallel(Loader, Folder, Options, Arguments);
     }
-    Line += " " + quote(Folder) + " --";
-    for (const std::string &Argument : Arguments) {
-        Line += " " + quote(Argument);
-    }
-    Line += " >" + quote(Base / "output") + " 2>" + quote(Base / "errors");
+    const std::string Line = quote_All({QXSIM_PROGRAM, "--loader", QX_PROGRAM, "--quiet", "--keep",
+                                        "--trace", Base / "trace", "--result", Base / "result"}) +
+                             quote_All(Options) + quote_All({Folder, "--"}) + quote_All(Arguments) +
+                             " >" + quote(Base / "output") + " 2>" + quote(Base / "errors");
     const int WaitStatus = std::system(Line.c_str());
 
     ScenarioRun Run;

@@ -8,6 +8,11 @@
 //
 // As it comes, a machine is one that the loader starts without a remark: every board is what
 // appl.conf expects, its distribution is in the store, the protocols agree.
+//
+// When the environment variable QX_PARALLEL_LOADER names a loader that was built with the thread
+// sanitizer, each run is preceded by one of that loader on a copy of the machine, its threads
+// really in parallel. run throws when the sanitizer finds anything then, or the loader does not
+// end.
 #pragma once
 
 #include <array>
@@ -27,6 +32,7 @@ struct Software {
     unsigned IndexLow{1};                     // hardware indices of compatibility that it accepts
     unsigned IndexHigh{9};
     std::map<std::string, std::string> Files{{"program.txt", "the program\n"}};
+    std::optional<std::vector<std::uint8_t>> Header; // sheader.bin; nullopt: a right one
 
     std::string get_DistributionName() const; // "PUMP.1.2.3"
 };
@@ -82,6 +88,12 @@ struct ScenarioRun {
 
     // Frames with the service MT and the function byte Fn, from the master or from a board.
     std::vector<TracedFrame> find_Frames(std::uint8_t MT, std::uint8_t Fn) const;
+
+    // What came of it: "0 started" when all is well. First the whole status, "exit 255" or
+    // "signal 6"; then of loader.errors and loader.todo the first line's number but 000 and the
+    // lists that are not empty, by a word of theirs; "started" when every board is:
+    // "0 timeout=1 002 modify=2".
+    std::string get_Outcome() const;
 };
 
 class Scenario
