@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <sys/stat.h>
 #include <unistd.h>
 
 static const char SOURCE[] = "../src/MT_FileManage";
@@ -398,11 +397,14 @@ static int end_FailedWrite(int16_t Result, BM_SLAVE_CAST Slaves, const char *Sla
 }
 
 // Opens a file of the master for reading. An archive may hold other things than files: a directory
-// would never come to its end, a pipe would never open.
+// would never come to its end, a pipe would never open, and a symbolic link, be it a directory on
+// the way, would send the slave a file that is not of the archive.
 static FILE *open_MasterFile(const char *MasterFileName)
 {
-    struct stat Info;
-    if (stat(MasterFileName, &Info) != 0 || !S_ISREG(Info.st_mode))
+    std::error_code Error;
+    const std::filesystem::path Real = std::filesystem::canonical(MasterFileName, Error);
+    if (Error || Real != std::filesystem::absolute(MasterFileName, Error).lexically_normal() ||
+        !std::filesystem::is_regular_file(Real, Error))
         return nullptr;
     return fopen(MasterFileName, "r");
 }

@@ -353,6 +353,16 @@ static int read_Float(float Float, bool Unsigned, int32_t *pValue)
     return 0;
 }
 
+// For a report: line feeds and escape sequences of a board would forge lines of the log and play
+// with the terminal that shows it.
+static void make_Printable(char *pText)
+{
+    for (; *pText != 0; pText++) {
+        if (*pText < ' ' || *pText > '~')
+            *pText = '?';
+    }
+}
+
 int Info2long(const uint8_t *pRecord, int NbRecord, int32_t *pValue)
 {
     const uint8_t Len = get_RecordByte(pRecord, NbRecord, RECORD_LEN);
@@ -385,6 +395,7 @@ int Info2long(const uint8_t *pRecord, int NbRecord, int32_t *pValue)
         snprintf(Text, sizeof(Text), "%.*s", Len, reinterpret_cast<const char *>(pBytes));
         if (read_Number(Text, Unsigned, pValue) == 0)
             return 0;
+        make_Printable(Text);
         REPORT("Erreur : Info2long(%s) - Pas numérique", Text);
         return GEN_ERR_FORMAT;
     case TYPE_BYTES:
