@@ -65,6 +65,7 @@ struct Run {
     double Speed{};
     timespec RealStart{};
     pid_t Process{};
+    std::uint64_t Requests{};
     bool LimitReached{};
 };
 
@@ -325,6 +326,8 @@ std::string make_Result(std::optional<int> Whole)
     add_Line(Text, "bus.frames=%" PRIu64 "\n", Load.Frames);
     add_Line(Text, "bus.bits=%" PRIu64 "\n", Load.Bits);
     add_Line(Text, "bus.busy_ns=%" PRId64 "\n", static_cast<std::int64_t>(Load.Busy.count()));
+    add_Line(Text, "waits=%" PRIu64 "\n", turn::get_NbWaits());
+    add_Line(Text, "driver.requests=%" PRIu64 "\n", Current->Requests);
     add_Line(Text, "driver.sent=%" PRIu64 "\n", Counters.Sent);
     add_Line(Text, "driver.received=%" PRIu64 "\n", Counters.Received);
     add_Line(Text, "driver.overflows=%" PRIu64 "\n", Counters.Overflows);
@@ -396,6 +399,7 @@ void close_Driver()
 
 int request(unsigned long Request, void *Argument)
 {
+    ++Current->Requests;
     turn::wait_Until(turn::get_Now() + Current->Described.Driver.CallCost);
     if (const std::optional<DriverRequest> Kind = get_Kind(Request)) {
         if (const std::optional<int> Failure = Current->Port.count_Request(*Kind)) {

@@ -33,6 +33,7 @@ struct Player {
 constexpr std::size_t NB_PLAYERS = 64;
 std::array<Player, NB_PLAYERS> Players;
 std::uint64_t LastOrder;
+std::uint64_t NbWaits;
 Time Now;
 Time Quantum;
 Time NextAlarm{NEVER};
@@ -296,8 +297,14 @@ void wait_Until(Time Wake)
 
 void wait_Duration(Time Duration)
 {
+    ++NbWaits;
     const Time Left = NEVER - Now;
     wait_Until(Duration >= Left ? NEVER : Now + std::max(Duration, Quantum));
+}
+
+std::uint64_t get_NbWaits()
+{
+    return NbWaits;
 }
 
 int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*Start)(void *),

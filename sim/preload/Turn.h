@@ -17,6 +17,7 @@
 
 #include "Frame.h"
 #include "preload/Next.h"
+#include <cstdint>
 #include <limits>
 #include <pthread.h>
 
@@ -57,6 +58,9 @@ void wait_Until(Time Wake);
 
 // Waits for Duration, at least a quantum.
 void wait_Duration(Time Duration);
+
+// How often the loader waited for a duration.
+std::uint64_t get_NbWaits();
 
 // As pthread_create: the new thread runs at the caller's next wait.
 int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*Start)(void *),
