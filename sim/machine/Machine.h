@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Frame.h"
+#include <cerrno>
 #include <map>
 #include <optional>
 #include <string>
@@ -74,6 +75,7 @@ struct BoardSpec {
     bool Present{true};
     Time ResponseTime{std::chrono::microseconds{500}}; // end of the command to start of the answer
     Time RestartTime{std::chrono::milliseconds{600}};  // silence after a restart
+    std::optional<std::uint8_t> Flood;                 // it sends frames of this service without end
     std::uint8_t HardwareFault{};                      // byte 2 of the board state answer
     std::uint8_t SoftwareFault{};                      // byte 3; a complete download clears it
     ItemTable Items;
@@ -96,6 +98,61 @@ struct DriverSpec {
     Time CallCost{std::chrono::microseconds{5}}; // virtual time that a request takes
     bool ModuleLoaded{true};                     // /proc/modules names the driver
     std::vector<DriverFault> Faults;
+};
+
+// Kinds of the loader's own calls to the outside; sim/preload/Outside.cpp lists the functions.
+enum class OutsideCall {
+    Open,
+    Read,
+    Write,
+    Close,
+    Rename,
+    Remove,
+    Mkdir,
+    Chdir,
+    Allocation,
+    Shell,
+    Driver,
+    Thread,
+};
+
+struct OutsideCallName {
+    const char *Name;
+    OutsideCall Call;
+    int Errno; // of a fault that does not say one
+};
+
+// In the order of OutsideCall.
+inline constexpr OutsideCallName OutsideCallNames[] = {
+    {"open", OutsideCall::Open, EIO},
+    {"read", OutsideCall::Read, EIO},
+    {"write", OutsideCall::Write, ENOSPC},
+    {"close", OutsideCall::Close, EIO},
+    {"rename", OutsideCall::Rename, EIO},
+    {"remove", OutsideCall::Remove, EIO},
+    {"mkdir", OutsideCall::Mkdir, ENOSPC},
+    {"chdir", OutsideCall::Chdir, EIO},
+    {"allocation", OutsideCall::Allocation, ENOMEM},
+    {"shell", OutsideCall::Shell, 0},
+    {"driver", OutsideCall::Driver, EIO},
+    {"thread", OutsideCall::Thread, EAGAIN},
+};
+
+struct OutsideFault {
+    OutsideCall Call{};
+    unsigned Nth{};    // 1: the first call of its kind ...; 0: every one
+    int Errno{};       // that the failing call leaves
+    int ExitStatus{1}; // shell: of the command
+    bool Run{};        // shell: the command is run all the same
+};
+
+enum class CutMoment { Before, Middle, After };
+
+// The power goes at a call of the loader.
+struct PowerCut {
+    OutsideCall Call{};
+    unsigned Nth{1}; // 1: the first call of its kind
+    CutMoment When{};
 };
 
 struct ClockSpec {
@@ -122,6 +179,8 @@ struct Machine {
     ClockSpec Clock;
     DriverSpec Driver;
     CardSpec Card;
+    std::vector<OutsideFault> OutsideFaults;
+    std::optional<PowerCut> Cut;
     std::map<std::string, ScriptSpec>
         Scripts; // by name: ins_cf, rm_cf, usbmount, mount_net, umount_net
     std::vector<BoardSpec> Boards;

@@ -5,6 +5,7 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -86,6 +87,14 @@ constexpr RequestName RequestNames[] = {
     {"send", DriverRequest::Send},   {"receive", DriverRequest::Receive},
     {"timer", DriverRequest::Timer},
 };
+
+struct MomentName {
+    const char *Name;
+    CutMoment When;
+};
+
+constexpr MomentName MomentNames[] = {
+    {"before", CutMoment::Before}, {"middle", CutMoment::Middle}, {"after", CutMoment::After}};
 
 constexpr const char *ScriptNames[] = {"ins_cf", "rm_cf", "usbmount", "mount_net", "umount_net"};
 
@@ -282,6 +291,7 @@ void read_BoardKeys(Section &Read, BoardSpec &Board)
     Read.read("present", Board.Present);
     Read.read("response_us", Board.ResponseTime, 1us);
     Read.read("restart_ms", Board.RestartTime, 1ms);
+    read_Optional(Read, "flood", Board.Flood, 31);
     read_BoardContents(Read, Board);
     Read.read_Tables("fault", [&](Section &Fault) { Board.Faults.push_back(read_Fault(Fault)); });
 }
@@ -386,6 +396,49 @@ void read_Scripts(Section &Read, Machine &Made)
     }
 }
 
+// Value: the number of the error that the text at Key names, "EIO" say.
+void read_Errno(Section &Read, std::string_view Key, int &Value)
+{
+    static constexpr int ERRNO_MAX = 133;
+    std::string Name;
+    Read.read(Key, Name);
+    for (int Number = 1; !Name.empty() && Number <= ERRNO_MAX; ++Number) {
+        const char *const Known = strerrorname_np(Number);
+        if (Known != nullptr && Name == Known) {
+            Value = Number;
+            return;
+        }
+    }
+    if (Read.get_Table().contains(Key)) {
+        Read.fail(*Read.find(Key), Key, "must be the name of an error, as EIO");
+    }
+}
+
+OutsideFault read_OutsideFault(Section &Read)
+{
+    OutsideFault Made;
+    const OutsideCallName &Named = read_Name(Read, "call", OutsideCallNames);
+    Made.Call = Named.Call;
+    Made.Errno = Named.Errno;
+    Read.read("nth", Made.Nth, 0, std::numeric_limits<int>::max());
+    if (Made.Call == OutsideCall::Shell) {
+        Read.read("exit_status", Made.ExitStatus, 1, 255);
+        Read.read("run", Made.Run);
+    } else {
+        read_Errno(Read, "errno", Made.Errno);
+    }
+    return Made;
+}
+
+PowerCut read_Cut(Section &Read)
+{
+    PowerCut Made;
+    Made.Call = read_Name(Read, "call", OutsideCallNames).Call;
+    Made.When = read_Name(Read, "when", MomentNames).When;
+    Read.read("nth", Made.Nth, 1, std::numeric_limits<int>::max());
+    return Made;
+}
+
 void read_MachineToml(Section &Read, Machine &Made)
 {
     Read.read("name", Made.Name);
@@ -396,6 +449,12 @@ void read_MachineToml(Section &Read, Machine &Made)
     Read.read_Table("clock", [&](Section &Clock) { read_Clock(Clock, Made.Clock); });
     Read.read_Table("driver", [&](Section &Driver) { read_Driver(Driver, Made.Driver); });
     Read.read_Table("card", [&](Section &Card) { read_Card(Card, Made.Card); });
+    Read.read_Table("outside", [&](Section &Outside) {
+        Outside.read_Tables("fault", [&](Section &Fault) {
+            Made.OutsideFaults.push_back(read_OutsideFault(Fault));
+        });
+    });
+    Read.read_Table("cut", [&](Section &Cut) { Made.Cut = read_Cut(Cut); });
     Read.read_Table("scripts", [&](Section &Scripts) { read_Scripts(Scripts, Made); });
     Models Known;
     Read.read_Table("model", [&](Section &Table) { read_Models(Table, Known); });

@@ -4,12 +4,14 @@
 #include "machine/MachineFolder.h"
 #include "preload/Journal.h"
 #include "preload/Next.h"
+#include "preload/Outside.h"
 #include "preload/Turn.h"
 #include "runner/Paths.h"
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -67,6 +69,7 @@ struct Run {
     pid_t Process{};
     std::uint64_t Requests{};
     bool LimitReached{};
+    bool Cut{};
 };
 
 Run *Current;
@@ -301,6 +304,17 @@ std::optional<DriverRequest> get_Kind(unsigned long Request)
     Text += Line;
 }
 
+// One line each, whatever is in them.
+void add_Commands(std::string &Text)
+{
+    int Number = 0;
+    for (std::string Command : outside::get_Commands()) {
+        std::replace_if(
+            Command.begin(), Command.end(), [](char Letter) { return Letter == '\n'; }, '\r');
+        Text += "shell." + std::to_string(++Number) + "=" + Command + "\n";
+    }
+}
+
 void add_Board(std::string &Text, const Board &Reported)
 {
     const char *const Name = Reported.get_Spec().Name.c_str();
@@ -322,6 +336,7 @@ std::string make_Result(std::optional<int> Whole)
     }
     add_Line(Text, "date=%" PRId64 "\n", Current->Described.Clock.Date);
     add_Line(Text, "limit_reached=%d\n", Current->LimitReached ? 1 : 0);
+    add_Line(Text, "cut=%d\n", Current->Cut ? 1 : 0);
     add_Line(Text, "time_ns=%" PRId64 "\n", static_cast<std::int64_t>(turn::get_Now().count()));
     add_Line(Text, "bus.frames=%" PRIu64 "\n", Load.Frames);
     add_Line(Text, "bus.bits=%" PRIu64 "\n", Load.Bits);
@@ -331,6 +346,10 @@ std::string make_Result(std::optional<int> Whole)
     add_Line(Text, "driver.sent=%" PRIu64 "\n", Counters.Sent);
     add_Line(Text, "driver.received=%" PRIu64 "\n", Counters.Received);
     add_Line(Text, "driver.overflows=%" PRIu64 "\n", Counters.Overflows);
+    for (const OutsideCallName &Named : OutsideCallNames) {
+        add_Line(Text, "outside.%s=%u\n", Named.Name, outside::get_Count(Named.Call));
+    }
+    add_Commands(Text);
     for (const auto &Reported : Current->Boards) {
         add_Board(Text, *Reported);
     }
@@ -367,6 +386,7 @@ void start()
         next::die(Error.what());
     }
     const double Rate = get_Setting("QXSIM_PARALLEL");
+    outside::start(Current->Described.OutsideFaults, Current->Described.Cut);
     turn::start(Current->Described.Clock.Quantum, Rate, get_NextAlarm(Time{}), keep_Time);
 }
 
@@ -428,6 +448,16 @@ void finish(std::optional<int> Whole)
         leave_Results(Whole);
     } catch (const std::exception &Error) {
         next::die(Error.what());
+    }
+}
+
+void cut_Power()
+{
+    const next::Unseen Guard;
+    Current->Cut = true;
+    finish(std::nullopt);
+    for (;;) {
+        syscall(SYS_kill, getpid(), SIGKILL);
     }
 }
 

@@ -40,4 +40,7 @@ void record_Output(std::string_view Text);
 // Only the first call counts.
 void finish(std::optional<int> Whole);
 
+// Leaves the results; the process is no more.
+[[noreturn]] void cut_Power();
+
 } // namespace qxsim::session

@@ -190,7 +190,9 @@ void print_ResultFiles(const fs::path &Config)
 void print_Status(const Outcome &Left)
 {
     const auto Whole = Left.Result.find("status");
-    if (WIFSIGNALED(Left.WaitStatus)) {
+    if (is_PowerCut(Left)) {
+        printf("\nThe power was cut\n");
+    } else if (WIFSIGNALED(Left.WaitStatus)) {
         printf("\nThe loader was ended by signal %d (%s)\n", WTERMSIG(Left.WaitStatus),
                strsignal(WTERMSIG(Left.WaitStatus)));
     } else if (get_Number(Left, "limit_reached") != 0) {
@@ -236,6 +238,11 @@ Outcome read_Outcome(const fs::path &Run, int WaitStatus)
         Left.Result["phase." + Name + ".ns"] = std::to_string(Duration.count());
     }
     return Left;
+}
+
+bool is_PowerCut(const Outcome &Left)
+{
+    return get_Number(Left, "cut") != 0;
 }
 
 int get_ExitStatus(const Outcome &Left)

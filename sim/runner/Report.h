@@ -19,6 +19,9 @@ struct Outcome {
 // Collects what the run left in its folder.
 Outcome read_Outcome(const std::filesystem::path &Run, int WaitStatus);
 
+// True when the power was cut before the loader came to its end.
+bool is_PowerCut(const Outcome &Left);
+
 // The status of this program: the loader's low 8 bits, or 128 and the signal that ended it.
 int get_ExitStatus(const Outcome &Left);
 

@@ -229,6 +229,9 @@ int run(const Options &Given)
 
     fflush(stdout);
     const Outcome Left = read_Outcome(Run, run_Sandbox(Used, Work, Run, Given.Settings));
+    if (is_PowerCut(Left)) {
+        fs::remove_all(Work / "vantrel"); // a RAM disk
+    }
     if (!Given.Trace.empty()) {
         fs::copy_file(Run / NAME_TRACE, Given.Trace, fs::copy_options::overwrite_existing);
     }

@@ -1,0 +1,541 @@
+#include "preload/Outside.h"
+#include "preload/Next.h"
+#include "preload/Session.h"
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <link.h>
+#include <new>
+#include <stdio_ext.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qxsim::outside
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const std::vector<OutsideFault> *Faults;
+const PowerCut *Cut; // null: none
+// Threads may be parallel.
+std::array<std::atomic<unsigned>, std::size(OutsideCallNames)> Counts;
+// Never destroyed: it is read when the process ends.
+std::vector<std::string> &Commands = *new std::vector<std::string>;
+
+const OutsideFault *find_Fault(OutsideCall Call, unsigned Nth)
+{
+    for (const OutsideFault &Planned : *Faults) {
+        if (Planned.Call == Call && (Planned.Nth == 0 || Planned.Nth == Nth)) {
+            return &Planned;
+        }
+    }
+    return nullptr;
+}
+
+bool is_Cut(OutsideCall Call, unsigned Nth, CutMoment When)
+{
+    return Cut != nullptr && Cut->Call == Call && Cut->Nth == Nth && Cut->When == When;
+}
+
+void do_Nothing() {}
+
+// One call of the program. Really makes it, Fail(fault) stands for it when it is to fail, Half
+// does what of it is done when the power goes in its middle.
+template <typename Call, typename Failure, typename Middle = void (*)()>
+auto pass(OutsideCall Kind, Call Really, Failure Fail, Middle Half = do_Nothing)
+{
+    const unsigned Nth = ++Counts[static_cast<std::size_t>(Kind)];
+    if (is_Cut(Kind, Nth, CutMoment::Before)) {
+        session::cut_Power();
+    }
+    if (is_Cut(Kind, Nth, CutMoment::Middle)) {
+        Half();
+        session::cut_Power();
+    }
+    const OutsideFault *const Planned = find_Fault(Kind, Nth);
+    const auto Result = Planned == nullptr ? Really() : Fail(*Planned);
+    if (is_Cut(Kind, Nth, CutMoment::After)) {
+        session::cut_Power();
+    }
+    return Result;
+}
+
+// A failure that leaves errno and returns Result.
+template <typename T>
+auto make_Failure(T Result)
+{
+    return [Result](const OutsideFault &Planned) {
+        errno = Planned.Errno;
+        return Result;
+    };
+}
+
+// Files by number and by name.
+
+int open_Path(const char *Path, int Flags, ...)
+{
+    mode_t Mode = 0;
+    if ((Flags & O_CREAT) != 0) {
+        va_list Arguments;
+        va_start(Arguments, Flags);
+        Mode = va_arg(Arguments, mode_t);
+        va_end(Arguments);
+    }
+    const bool Driver = strcmp(Path, session::DRIVER_PATH) == 0;
+    return pass(
+        Driver ? OutsideCall::Driver : OutsideCall::Open, [&] { return ::open(Path, Flags, Mode); },
+        make_Failure(-1));
+}
+
+ssize_t read_Fd(int Fd, void *Data, std::size_t Size)
+{
+    return pass(
+        OutsideCall::Read, [&] { return ::read(Fd, Data, Size); }, make_Failure(ssize_t{-1}));
+}
+
+ssize_t write_Fd(int Fd, const void *Data, std::size_t Size)
+{
+    const auto Write = [&](std::size_t Part) { return ::write(Fd, Data, Part); };
+    if (Fd == STDOUT_FILENO || Fd == STDERR_FILENO) {
+        return Write(Size);
+    }
+    return pass(
+        OutsideCall::Write, [&] { return Write(Size); }, make_Failure(ssize_t{-1}),
+        [&] { Write(Size / 2); });
+}
+
+int sync_Fd(int Fd)
+{
+    return pass(
+        OutsideCall::Write, [&] { return ::fsync(Fd); }, make_Failure(-1));
+}
+
+int close_Fd(int Fd)
+{
+    return pass(
+        OutsideCall::Close, [&] { return ::close(Fd); },
+        [&](const OutsideFault &Planned) {
+            ::close(Fd);
+            return make_Failure(-1)(Planned);
+        });
+}
+
+int rename_Path(const char *Old, const char *New)
+{
+    return pass(
+        OutsideCall::Rename, [&] { return ::rename(Old, New); }, make_Failure(-1));
+}
+
+int remove_Path(const char *Path)
+{
+    return pass(
+        OutsideCall::Remove, [&] { return ::remove(Path); }, make_Failure(-1));
+}
+
+int unlink_Path(const char *Path)
+{
+    return pass(
+        OutsideCall::Remove, [&] { return ::unlink(Path); }, make_Failure(-1));
+}
+
+int make_Folder(const char *Path, mode_t Mode)
+{
+    return pass(
+        OutsideCall::Mkdir, [&] { return ::mkdir(Path, Mode); }, make_Failure(-1));
+}
+
+int change_Folder(const char *Path)
+{
+    return pass(
+        OutsideCall::Chdir, [&] { return ::chdir(Path); }, make_Failure(-1));
+}
+
+// Streams. What the program writes to its terminal is no file.
+
+bool is_Terminal(const FILE *Stream)
+{
+    return Stream == nullptr || Stream == stdin || Stream == stdout || Stream == stderr;
+}
+
+// As the C library leaves a stream on which reading or writing has failed.
+template <typename T>
+auto make_StreamFailure(FILE *Stream, T Result)
+{
+    return [=](const OutsideFault &Planned) {
+        Stream->_flags |= _IO_ERR_SEEN;
+        return make_Failure(Result)(Planned);
+    };
+}
+
+// Of what still waits in the stream's buffer, half reaches the file.
+void write_HalfOfBuffer(FILE *Stream)
+{
+    const auto Waiting = static_cast<off_t>(__fpending(Stream));
+    struct stat Whole {
+    };
+    if (Waiting > 0 && ::fflush(Stream) == 0 && fstat(fileno(Stream), &Whole) == 0) {
+        (void)!ftruncate(fileno(Stream), Whole.st_size - (Waiting + 1) / 2);
+    }
+}
+
+FILE *open_Stream(const char *Path, const char *Mode)
+{
+    return pass(
+        OutsideCall::Open, [&] { return ::fopen(Path, Mode); },
+        make_Failure(static_cast<FILE *>(nullptr)));
+}
+
+template <typename Call, typename T>
+auto pass_Read(FILE *Stream, Call Really, T Failure)
+{
+    return is_Terminal(Stream)
+               ? Really()
+               : pass(OutsideCall::Read, Really, make_StreamFailure(Stream, Failure));
+}
+
+template <typename Call, typename T>
+auto pass_Write(FILE *Stream, Call Really, T Failure)
+{
+    return is_Terminal(Stream)
+               ? Really()
+               : pass(OutsideCall::Write, Really, make_StreamFailure(Stream, Failure), [&] {
+                     Really();
+                     write_HalfOfBuffer(Stream);
+                 });
+}
+
+std::size_t read_Stream(void *Data, std::size_t Size, std::size_t Count, FILE *Stream)
+{
+    return pass_Read(
+        Stream, [&] { return ::fread(Data, Size, Count, Stream); }, std::size_t{});
+}
+
+char *read_Line(char *Line, int Size, FILE *Stream)
+{
+    return pass_Read(
+        Stream, [&] { return ::fgets(Line, Size, Stream); }, static_cast<char *>(nullptr));
+}
+
+int read_Character(FILE *Stream)
+{
+    return pass_Read(
+        Stream, [&] { return ::fgetc(Stream); }, EOF);
+}
+
+std::size_t write_Stream(const void *Data, std::size_t Size, std::size_t Count, FILE *Stream)
+{
+    return pass_Write(
+        Stream, [&] { return ::fwrite(Data, Size, Count, Stream); }, std::size_t{});
+}
+
+int write_Text(const char *Text, FILE *Stream)
+{
+    return pass_Write(
+        Stream, [&] { return ::fputs(Text, Stream); }, EOF);
+}
+
+int write_Character(int Character, FILE *Stream)
+{
+    return pass_Write(
+        Stream, [&] { return ::fputc(Character, Stream); }, EOF);
+}
+
+int write_Arguments(FILE *Stream, const char *Format, va_list Arguments)
+{
+    return pass_Write(
+        Stream, [&] { return ::vfprintf(Stream, Format, Arguments); }, -1);
+}
+
+int write_Formatted(FILE *Stream, const char *Format, ...)
+{
+    va_list Arguments;
+    va_start(Arguments, Format);
+    const int Result = write_Arguments(Stream, Format, Arguments);
+    va_end(Arguments);
+    return Result;
+}
+
+int flush_Stream(FILE *Stream)
+{
+    return pass_Write(
+        Stream, [&] { return ::fflush(Stream); }, EOF);
+}
+
+// A close that fails loses what still waits in the buffer.
+int close_Stream(FILE *Stream)
+{
+    return pass(
+        OutsideCall::Close, [&] { return ::fclose(Stream); },
+        [&](const OutsideFault &Planned) {
+            __fpurge(Stream);
+            ::fclose(Stream);
+            return make_Failure(EOF)(Planned);
+        },
+        [&] { write_HalfOfBuffer(Stream); });
+}
+
+// Memory.
+
+template <typename Call>
+auto pass_Allocation(Call Really)
+{
+    return pass(OutsideCall::Allocation, Really, make_Failure(decltype(Really()){}));
+}
+
+void *allocate(std::size_t Size)
+{
+    return pass_Allocation([&] { return ::malloc(Size); });
+}
+
+void *allocate_Zeroed(std::size_t Count, std::size_t Size)
+{
+    return pass_Allocation([&] { return ::calloc(Count, Size); });
+}
+
+char *duplicate(const char *Text)
+{
+    return pass_Allocation([&] { return ::strdup(Text); });
+}
+
+void *allocate_Array(std::size_t Size, const std::nothrow_t &)
+{
+    return pass_Allocation([&] { return ::operator new[](Size, std::nothrow); });
+}
+
+// The shell.
+
+// The next word of a command line, without its quotes; "" at the end.
+std::string take_Word(std::string_view &Command)
+{
+    Command.remove_prefix(std::min(Command.find_first_not_of(' '), Command.size()));
+    const bool Quoted = !Command.empty() && Command.front() == '"';
+    Command.remove_prefix(Quoted ? 1 : 0);
+    const std::size_t End = std::min(Command.find(Quoted ? '"' : ' '), Command.size());
+    const std::string Word{Command.substr(0, End)};
+    Command.remove_prefix(std::min(End + 1, Command.size()));
+    return Word;
+}
+
+// The file that a command makes, "" when it makes none that is known.
+fs::path find_Product(std::string_view Command)
+{
+    const std::string Program = take_Word(Command);
+    std::string First = take_Word(Command);
+    const bool Option = First == "-f" || First == "-cf";
+    const bool Packing = Program == "tar" && First == "-cf";
+    First = Option ? take_Word(Command) : First;
+    std::error_code Ignored;
+    if (Program == "cp") {
+        const fs::path Target = take_Word(Command);
+        return fs::is_directory(Target, Ignored) ? Target / fs::path{First}.filename() : Target;
+    }
+    if (Program == "gzip") {
+        return First + ".gz";
+    }
+    return Packing               ? fs::path{First}
+           : Program == "gunzip" ? fs::path{First}.replace_extension()
+                                 : "";
+}
+
+// A command that makes a file has written half of it; any other has not begun.
+void run_HalfOf(const char *Command)
+{
+    const fs::path Product = find_Product(Command);
+    if (!Product.empty()) {
+        (void)!::system(Command);
+        std::error_code Ignored;
+        fs::resize_file(Product, fs::file_size(Product, Ignored) / 2, Ignored);
+    }
+}
+
+int run_Command(const char *Command)
+{
+    Commands.emplace_back(Command);
+    return pass(
+        OutsideCall::Shell, [&] { return ::system(Command); },
+        [&](const OutsideFault &Planned) {
+            if (Planned.Run) {
+                (void)!::system(Command);
+            }
+            return Planned.ExitStatus << 8;
+        },
+        [&] { run_HalfOf(Command); });
+}
+
+// Driver and threads.
+
+int request_Driver(int Fd, unsigned long Request, void *Argument)
+{
+    return pass(
+        OutsideCall::Driver, [&] { return ::ioctl(Fd, Request, Argument); }, make_Failure(-1));
+}
+
+int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*Start)(void *),
+                  void *Argument)
+{
+    return pass(
+        OutsideCall::Thread, [&] { return ::pthread_create(Handle, Attributes, Start, Argument); },
+        [](const OutsideFault &Planned) { return Planned.Errno; });
+}
+
+// What the program calls, and what it meets instead.
+struct StandIn {
+    const char *Name;
+    void *Function;
+};
+
+template <typename F>
+void *get_Address(F *Function)
+{
+    return reinterpret_cast<void *>(Function);
+}
+
+const StandIn StandIns[] = {
+    {"open", get_Address(open_Path)},
+    {"open64", get_Address(open_Path)},
+    {"fopen", get_Address(open_Stream)},
+    {"fopen64", get_Address(open_Stream)},
+    {"read", get_Address(read_Fd)},
+    {"fread", get_Address(read_Stream)},
+    {"fgets", get_Address(read_Line)},
+    {"fgetc", get_Address(read_Character)},
+    {"getc", get_Address(read_Character)},
+    {"write", get_Address(write_Fd)},
+    {"fsync", get_Address(sync_Fd)},
+    {"fwrite", get_Address(write_Stream)},
+    {"fputs", get_Address(write_Text)},
+    {"fputc", get_Address(write_Character)},
+    {"putc", get_Address(write_Character)},
+    {"fprintf", get_Address(write_Formatted)},
+    {"vfprintf", get_Address(write_Arguments)},
+    {"fflush", get_Address(flush_Stream)},
+    {"close", get_Address(close_Fd)},
+    {"fclose", get_Address(close_Stream)},
+    {"rename", get_Address(rename_Path)},
+    {"remove", get_Address(remove_Path)},
+    {"unlink", get_Address(unlink_Path)},
+    {"mkdir", get_Address(make_Folder)},
+    {"chdir", get_Address(change_Folder)},
+    {"malloc", get_Address(allocate)},
+    {"calloc", get_Address(allocate_Zeroed)},
+    {"strdup", get_Address(duplicate)},
+    {"_ZnamRKSt9nothrow_t", get_Address(allocate_Array)}, // new (std::nothrow) T[n]
+    {"system", get_Address(run_Command)},
+    {"ioctl", get_Address(request_Driver)},
+    {"pthread_create", get_Address(create_Thread)},
+};
+
+// The tables of the program's dynamic linker.
+struct DynamicTables {
+    const ElfW(Sym) * Symbols{};
+    const char *Names{};
+    struct {
+        const ElfW(Rela) * First{};
+        std::size_t Size{}; // bytes
+    } Slots[2];             // of functions called, of functions whose address is taken
+};
+
+DynamicTables read_Dynamic(const ElfW(Dyn) * Entry)
+{
+    DynamicTables Read;
+    for (; Entry->d_tag != DT_NULL; ++Entry) {
+        const ElfW(Addr) Value = Entry->d_un.d_ptr;
+        switch (Entry->d_tag) {
+        case DT_SYMTAB:
+            Read.Symbols = reinterpret_cast<const ElfW(Sym) *>(Value);
+            break;
+        case DT_STRTAB:
+            Read.Names = reinterpret_cast<const char *>(Value);
+            break;
+        case DT_JMPREL:
+            Read.Slots[0].First = reinterpret_cast<const ElfW(Rela) *>(Value);
+            break;
+        case DT_PLTRELSZ:
+            Read.Slots[0].Size = Value;
+            break;
+        case DT_RELA:
+            Read.Slots[1].First = reinterpret_cast<const ElfW(Rela) *>(Value);
+            break;
+        case DT_RELASZ:
+            Read.Slots[1].Size = Value;
+            break;
+        default:
+            break;
+        }
+    }
+    return Read;
+}
+
+// The slot may lie in memory that was made read only once it was filled.
+void set_Slot(void **Slot, void *Function)
+{
+    const auto PageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto Page = reinterpret_cast<std::uintptr_t>(Slot) & ~(PageSize - 1);
+    if (mprotect(reinterpret_cast<void *>(Page), PageSize, PROT_READ | PROT_WRITE) != 0) {
+        next::die("the loader's calls cannot be watched");
+    }
+    *Slot = Function;
+}
+
+void fill_Slot(ElfW(Addr) Base, const DynamicTables &Tables, const ElfW(Rela) & Slot)
+{
+    const ElfW(Sym) &Symbol = Tables.Symbols[ELF64_R_SYM(Slot.r_info)];
+    if (Symbol.st_shndx != SHN_UNDEF) {
+        return;
+    }
+    for (const StandIn &Offered : StandIns) {
+        if (strcmp(Tables.Names + Symbol.st_name, Offered.Name) == 0) {
+            set_Slot(reinterpret_cast<void **>(Base + Slot.r_offset), Offered.Function);
+        }
+    }
+}
+
+// Of the objects that are loaded, the program comes first.
+int watch_Program(dl_phdr_info *Program, std::size_t, void *)
+{
+    for (int i = 0; i < Program->dlpi_phnum; ++i) {
+        const ElfW(Phdr) &Part = Program->dlpi_phdr[i];
+        if (Part.p_type != PT_DYNAMIC) {
+            continue;
+        }
+        const DynamicTables Tables =
+            read_Dynamic(reinterpret_cast<const ElfW(Dyn) *>(Program->dlpi_addr + Part.p_vaddr));
+        for (const auto &Slots : Tables.Slots) {
+            for (std::size_t k = 0; k < Slots.Size / sizeof *Slots.First; ++k) {
+                fill_Slot(Program->dlpi_addr, Tables, Slots.First[k]);
+            }
+        }
+    }
+    return 1;
+}
+
+} // namespace
+
+void start(const std::vector<OutsideFault> &Planned, const std::optional<PowerCut> &PlannedCut)
+{
+    Faults = &Planned;
+    Cut = PlannedCut ? &*PlannedCut : nullptr;
+    dl_iterate_phdr(watch_Program, nullptr);
+}
+
+unsigned get_Count(OutsideCall Call)
+{
+    return Counts[static_cast<std::size_t>(Call)];
+}
+
+const std::vector<std::string> &get_Commands()
+{
+    return Commands;
+}
+
+} // namespace qxsim::outside

@@ -1,0 +1,70 @@
+// What goes wrong around the loader's own calls, and the power cut: that each strikes where it is
+// told, and what of a start it leaves.
+#include "Scenario.h"
+#include <fstream>
+#include <gtest/gtest.h>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+bool has_Text(const std::string &Text, const std::string &Part)
+{
+    return Text.find(Part) != std::string::npos;
+}
+
+// A board whose software the store lacks: the loader reads it out and packs it.
+ScenarioBoard &add_Unsaved(Scenario &Machine)
+{
+    ScenarioBoard &Board = Machine.add_Board("left", 2, 17);
+    Board.Stored = false;
+    return Board;
+}
+
+std::string make_Cut(const std::string &Call, unsigned Nth, const std::string &When)
+{
+    return "[cut]\ncall = \"" + Call + "\"\nnth = " + std::to_string(Nth) + "\nwhen = \"" + When +
+           "\"\n";
+}
+
+} // namespace
+
+// A kind that strikes another call, or only the counter; what the libraries call for themselves
+// counted as the loader's.
+TEST(Outside, ACallFailsWhereItIsTold)
+{
+    const std::tuple<const char *, const char *, const char *> Cases[] = {
+        {"open", "", "fopen(/var/vantrel/config/appl.conf)"},
+        {"read", "nth = 1\nerrno = \"EACCES\"", "Erreur de lecture de la signature."},
+        {"mkdir", "errno = \"EROFS\"", "mkdir: Read-only file system"},
+        {"chdir", "nth = 1", "Assertion `Status >= 0'"},
+        {"close", "", "fclose(sheader.bin)"},
+        {"allocation", "nth = 1", "exit=23"},
+        {"shell", "nth = 11\nexit_status = 3", "(Status = 768)"},
+        {"driver", "nth = 1", "Connexion au cana"},
+        {"thread", "", "exit="},
+    };
+    for (const auto &[Call, Keys, Sign] : Cases) {
+        Scenario Machine;
+        add_Unsaved(Machine);
+        Machine.Toml = std::string{"[[outside.fault]]\ncall = \""} + Call + "\"\n" + Keys + "\n";
+        const ScenarioRun Run = Machine.run();
+        std::string Seen = Run.Output + Run.Errors + "exit=" + std::to_string(Run.Exit);
+        EXPECT_TRUE(has_Text(Seen, Sign)) << Call << "\n" << Seen;
+    }
+}
+
+// A cut that comes too early or late, loses what was written, or leaves the RAM disk.
+TEST(Outside, ThePowerGoesAtACall)
+{
+    Scenario Machine;
+    add_Unsaved(Machine);
+    Machine.Toml = make_Cut("write", 2, "middle"); // the log: its header, then its version line
+    const ScenarioRun Run = Machine.run();
+    EXPECT_EQ(Run.Signal, 9);
+    EXPECT_EQ(Run.Result.at("cut"), "1");
+    EXPECT_EQ(Run.Result.at("outside.write"), "2");
+    EXPECT_TRUE(Run.Log.ends_with("2026\nVersion : 1.1.6 - Ja")) << Run.Log;
+    EXPECT_FALSE(fs::exists(Machine.get_Folder() / "vantrel"));
+}
