@@ -18,7 +18,7 @@ namespace
 constexpr const char *RESULT_FILES[] = {"loader.conf", "loader.protocols", "loader.todo",
                                         "loader.errors"};
 constexpr std::size_t NB_HEADER_LINES = 4;
-constexpr int CODE_FIRST = 129; // of a board, as the exit status of a transfer
+constexpr int CODE_FIRST = 128; // of a board, as the exit status of a transfer
 constexpr int CODE_LAST = 255;
 
 bool has_Text(const std::string &Text, const std::string &Part)
@@ -114,17 +114,17 @@ std::size_t count_Expected(const std::string &Name, const std::vector<std::strin
     return Expected;
 }
 
-void judge_ResultFiles(const Start &Ended, const fs::path &Machine, Verdict &Judged)
+void judge_ResultFiles(const Start &Ended, const fs::path &Machine, bool LosesText, Verdict &Judged)
 {
     const bool Normal = has_Text(Ended.Output, "Sortie du programme\n");
     for (const char *Name : RESULT_FILES) {
         const fs::path Path = Machine / "config" / Name;
         const std::string Problem =
             fs::exists(Path) ? check_ResultFile(Name, read_Text(Path)) : std::string{};
-        if (!Problem.empty() && Normal) {
+        if (!Problem.empty() && Normal && !LosesText) {
             Judged.Breaches.push_back(std::string{Name} + ": " + Problem);
         }
-        Judged.PartOfResult = Judged.PartOfResult || (!Problem.empty() && !Normal);
+        Judged.PartOfResult = Judged.PartOfResult || !Problem.empty();
     }
     if (!Normal && Ended.Status) {
         Judged.Outcome += ", half way";
@@ -184,11 +184,12 @@ std::string check_ResultFile(const std::string &Name, const std::string &Text)
 }
 
 Verdict judge_Start(const Start &Ended, const fs::path &Machine,
-                    const std::map<std::string, std::string> &Before, const fs::path &Sources)
+                    const std::map<std::string, std::string> &Before, const fs::path &Sources,
+                    bool LosesText)
 {
     Verdict Judged;
     judge_End(Ended, Sources, Judged);
-    judge_ResultFiles(Ended, Machine, Judged);
+    judge_ResultFiles(Ended, Machine, LosesText, Judged);
     judge_Store(Machine, Before, Judged);
     return Judged;
 }

@@ -3,7 +3,8 @@
 //   - It ends within the limits, by a status that is documented or by an assertion that stands in
 //     the loader's sources; by no other signal, and without a word from a sanitizer.
 //   - Each result file is whole, or absent. (An assertion or a fatal end in the middle of a file
-//     may leave a part of it; that is counted, not refused.)
+//     may leave a part of it, and so may a card that refuses a write; that is counted, not
+//     refused.)
 //   - Every archive in the store is complete, and nothing else is there. Those that were there
 //     before are there still, byte for byte.
 #pragma once
@@ -19,16 +20,17 @@ namespace qxsweep
 struct Verdict {
     std::string Outcome;               // "status -491", "assertion ! TimeoutMask" ...
     std::vector<std::string> Breaches; // of the contract, a sentence each
-    bool PartOfResult{};               // a fatal end left a part of a result file
+    bool PartOfResult{};               // a part of a result file is left
 };
 
 // Contents of the archives in a machine's store, by name.
 std::map<std::string, std::string> read_Store(const std::filesystem::path &Machine);
 
-// Before: the store before the start. Sources: the folder of the loader's sources.
+// Before: the store before the start. Sources: the folder of the loader's sources. LosesText: a
+// fault took away what the loader wrote, no result file need be whole.
 Verdict judge_Start(const Start &Ended, const std::filesystem::path &Machine,
                     const std::map<std::string, std::string> &Before,
-                    const std::filesystem::path &Sources);
+                    const std::filesystem::path &Sources, bool LosesText = false);
 
 // Why a result file is not whole, "" when it is. Name is "loader.errors" and so on.
 std::string check_ResultFile(const std::string &Name, const std::string &Text);

@@ -66,6 +66,25 @@ constexpr FaultForm FORMS[] = {
     {"already_open", "", Reach::Open},
 };
 
+// What can go wrong at a call to the outside.
+struct OutsideForm {
+    const char *Table;
+    const char *Keys;
+    const char *Calls; // kinds it is for, each between blanks; "": all of them
+};
+
+constexpr OutsideForm OUTSIDE_FORMS[] = {
+    {"[[outside.fault]]", "", ""},
+    {"[[outside.fault]]", "run = true", " shell "},
+    {"[cut]", "when = \"before\"", ""},
+    {"[cut]", "when = \"middle\"", " write close shell "},
+    // What changes nothing outside is the same after it as before it.
+    {"[cut]", "when = \"after\"", " open write close rename remove mkdir shell driver "},
+};
+
+constexpr unsigned NB_CALLS_EACH = 40;   // of a kind: every one of the first
+constexpr unsigned NB_CALLS_SPREAD = 60; // and so many of the others
+
 bool is_InReach(const ReceivedCommand &Struck, Reach Strikes)
 {
     const bool OfFiles = Struck.Service == SERVICE_FILES;
@@ -202,8 +221,37 @@ std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Com
                 Keys.replace(At, 5, Other);
             }
             const std::string Kind = std::string{Form.Kind} + (Keys.empty() ? "" : " ") + Form.Keys;
-            Plan.push_back(
-                {Kind, show_Place(Struck), Struck.Board, make_Toml(Struck, Form, Keys), false});
+            Plan.push_back({Kind, show_Place(Struck), Struck.Board, make_Toml(Struck, Form, Keys)});
+        }
+    }
+    return Plan;
+}
+
+std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::string> &Result)
+{
+    const std::string Prefix = "outside.";
+    std::vector<PlannedRun> Plan;
+    for (const auto &[Key, Count] : Result) {
+        if (!Key.starts_with(Prefix)) {
+            continue;
+        }
+        const std::string Call = Key.substr(Prefix.size());
+        const auto NbCalls = static_cast<unsigned>(std::stoul(Count));
+        const unsigned Step = std::max(1U, NbCalls / NB_CALLS_SPREAD);
+        for (const OutsideForm &Form : OUTSIDE_FORMS) {
+            const std::string Calls = Form.Calls;
+            if (!Calls.empty() && Calls.find(" " + Call + " ") == std::string::npos) {
+                continue;
+            }
+            for (unsigned Nth = 1; Nth <= NbCalls; Nth += Nth < NB_CALLS_EACH ? 1 : Step) {
+                const std::string Place = "nth " + std::to_string(Nth);
+                const std::string Keys = *Form.Keys == 0 ? "" : std::string{" "} + Form.Keys;
+                const bool Cut = std::string{Form.Table} == "[cut]";
+                Plan.push_back({(Cut ? "cut at " : "failing ") + Call + Keys, Place, "",
+                                std::string{Form.Table} + "\ncall = \"" + Call +
+                                    "\"\nnth = " + std::to_string(Nth) + "\n" + Form.Keys + "\n",
+                                Cut, Call == "write" || Call == "close"});
+            }
         }
     }
     return Plan;

@@ -24,11 +24,12 @@ struct ReceivedCommand {
 
 // One run: a fault and where it strikes.
 struct PlannedRun {
-    std::string Kind;  // "silence", "error 129" ...
-    std::string Place; // "heater service 24 function 0 tag 4, 1st"
+    std::string Kind;  // "silence", "error code = 129" ...
+    std::string Place; // "heater service 24 function 0 tag 4 nth 1"
     std::string Board; // whose table Toml is; "": the machine's
     std::string Toml;
-    bool Restarted{}; // a second start follows, without the fault
+    bool Cut{};       // the power goes; a second start follows, without the fault
+    bool LosesText{}; // what the loader writes is lost: a result file need not be whole
 };
 
 // The commands of a start from its trace (candump's log format) and the machine's description.
@@ -39,5 +40,10 @@ std::vector<ReceivedCommand> read_Commands(const std::string &Trace,
 // Each command with each fault that can change something about it.
 std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Commands,
                                          const std::vector<std::string> &Boards);
+
+// Each call to the outside failing, and the power going at each. Result is that of the good start.
+// Kinds with thousands of calls (a byte read, a look at the driver) are struck at their first ones
+// and then at regular distances.
+std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::string> &Result);
 
 } // namespace qxsweep

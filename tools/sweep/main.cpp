@@ -26,7 +26,8 @@ constexpr int EXIT_USAGE = 2;
 constexpr const char *USAGE =
     "Usage: qxsweep [OPTION]... [MACHINE]\n"
     "Starts MACHINE, a folder as qxsim takes it, once as it is, and then again with every fault\n"
-    "that a board can show, at every command of that first start, one fault a run. Each run is\n"
+    "that a board can show at every command of that first start, with every call to the outside\n"
+    "failing, and with the power cut at every such call: one fault a run. Each run is\n"
     "held to the contract of docs/robustness.md. Without MACHINE: one that uses every service.\n"
     "\n"
     "  --loader FILE   the loader (default: the qx of this build)\n"
@@ -164,7 +165,10 @@ class Sweep
         fs::remove_all(Folder);
         printf("%zu commands in a good start of %zu boards\n", Commands.size(),
                find_Boards(Toml).size());
-        return plan_BoardFaults(Commands, find_Boards(Toml));
+        std::vector<PlannedRun> Plan = plan_BoardFaults(Commands, find_Boards(Toml));
+        const std::vector<PlannedRun> Outside = plan_OutsideFaults(First.Result);
+        Plan.insert(Plan.end(), Outside.begin(), Outside.end());
+        return Plan;
     }
 
     // All of Plan, several at a time. Whether every run kept the contract.
@@ -195,8 +199,9 @@ class Sweep
         for (const auto &[Outcome, Count] : Outcomes) {
             printf("%7u  %s\n", Count, Outcome.c_str());
         }
-        printf("\n%u fatal ends left a part of a result file\n%u runs broke the contract\n",
-               NbParts, NbFailed);
+        printf(
+            "\n%u runs left a part of a result file where they may\n%u runs broke the contract\n",
+            NbParts, NbFailed);
     }
 
   private:
@@ -229,11 +234,29 @@ class Sweep
         }
     }
 
+    // The start with the fault; after a cut, the one that follows it.
+    Verdict try_Fault(const fs::path &Folder, const PlannedRun &Planned) const
+    {
+        const fs::path Machine = Folder / "machine";
+        Start Ended = start(Folder, Planned.Board, Planned.Toml);
+        if (!Planned.Cut) {
+            return judge_Start(Ended, Machine, Store, QX_SOURCES, Planned.LosesText);
+        }
+        const bool Cut = Ended.Result.contains("cut") && Ended.Result.at("cut") == "1";
+        write_Text(Machine / "machine.toml", Toml);
+        Ended = run_Start(Given.Used, Machine, Folder);
+        Verdict Judged = judge_Start(Ended, Machine, Store, QX_SOURCES);
+        Judged.Outcome += " (start after a cut)";
+        if (!Cut) {
+            Judged.Breaches.push_back("the power was not cut");
+        }
+        return Judged;
+    }
+
     void run_One(std::size_t Number, const PlannedRun &Planned)
     {
         const fs::path Folder = Scratch / std::to_string(Number);
-        const Start Ended = start(Folder, Planned.Board, Planned.Toml);
-        const Verdict Judged = judge_Start(Ended, Folder / "machine", Store, QX_SOURCES);
+        const Verdict Judged = try_Fault(Folder, Planned);
         const std::lock_guard<std::mutex> Guard{Lock};
         ++Kinds[Planned.Kind];
         ++Outcomes[Judged.Outcome];
@@ -248,8 +271,9 @@ class Sweep
         for (const std::string &Breach : Judged.Breaches) {
             printf("    %s\n", Breach.c_str());
         }
-        printf("%s  in %s/again/machine.toml; again with\n    %s\n", Planned.Toml.c_str(),
-               Folder.c_str(), show_Command(Given.Used, Folder / "again").c_str());
+        printf("%s  in %s/again/machine.toml; again with\n    %s\n%s", Planned.Toml.c_str(),
+               Folder.c_str(), show_Command(Given.Used, Folder / "again").c_str(),
+               Planned.Cut ? "  with --keep, then once more without [cut]\n" : "");
         fflush(stdout);
     }
 
