@@ -35,7 +35,7 @@ std::string make_Cut(const std::string &Call, unsigned Nth, const std::string &W
 TEST(Outside, ACallFailsWhereItIsTold)
 {
     const std::tuple<const char *, const char *, const char *> Cases[] = {
-        {"open", "nth = 2", "Le fichier n'existe pas !"},
+        {"open", "nth = 6", "Le fichier n'existe pas !"},
         {"read", "nth = 1\nerrno = \"EACCES\"", "Erreur de lecture de la signature."},
         {"mkdir", "errno = \"EROFS\"", "mkdir: Read-only file system"},
         {"chdir", "nth = 1", "Assertion `Status >= 0'"},
