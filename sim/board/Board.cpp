@@ -48,6 +48,9 @@ void Board::advance_To(Time Now)
         State = BoardState::Ready;
         Own = {Spec.BoardType, Spec.BoardNumber};
     }
+    if (Spec.Flood && Spec.Present && State != BoardState::Restarting && Answers.empty()) {
+        Answers.push_back({Now, make_Unsolicited(Own, *Spec.Flood)});
+    }
 }
 
 const Frame *Board::get_PendingFrame(Time Now) const

@@ -163,12 +163,16 @@ std::vector<Frame> make_AnswerFrames(const Command &Received, Answer Given, Addr
     }
 
     const Frame First = Frames.front();
-    const Frame Unsolicited =
-        split_Answer(Source, Received.Service, FUNCTION_OF_NOBODY, {0}).front();
+    const Frame Unsolicited = make_Unsolicited(Source, Received.Service);
     for (const Fault *pFault : Struck) {
         change_Frames(Frames, First, Unsolicited, *pFault);
     }
     return Frames;
+}
+
+Frame make_Unsolicited(Address Source, std::uint8_t Service)
+{
+    return split_Answer(Source, Service, FUNCTION_OF_NOBODY, {0}).front();
 }
 
 Time get_Delay(const Strikes &Struck)

@@ -29,6 +29,9 @@ class FaultWatch
 std::vector<Frame> make_AnswerFrames(const Command &Received, Answer Given, Address Source,
                                      const Strikes &Struck, const std::vector<BoardSpec> &Others);
 
+// An answer that nobody asked for: function 63, one byte 0.
+Frame make_Unsolicited(Address Source, std::uint8_t Service);
+
 // By how much they are late.
 Time get_Delay(const Strikes &Struck);
 

@@ -1,6 +1,7 @@
 #include "machine/MachineFolder.h"
 #include "runner/Paths.h"
 #include "runner/Sandbox.h"
+#include "runner/Strays.h"
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -179,7 +180,9 @@ int run_Inside(const std::vector<std::string> &Arguments)
     {
         const CardPrograms Programs{PATH_CARD};
         insert_Card(Described.Card);
+        const Tree Before = read_Tree();
         Status = run_Loader(Arguments);
+        write_Strays(fs::path{FOLDER_RUN} / NAME_RESULT, Before, read_Tree());
     }
     keep_Card(Described.Card, CardFolder);
     // Last: its presence says that everything went well.
