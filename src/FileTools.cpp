@@ -4,8 +4,11 @@
 #include "Log.h"
 #include "Status.h"
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -133,10 +136,62 @@ static int do_OnStorage(const char *Path, int (*Work)(const char *), const char 
     return Status;
 }
 
+// ---- Copies that a power cut may end
+
+// While a file is copied onto a storage, an empty file .NAME.copying lies beside it: as long as it
+// does, the file is not there for anyone, whatever of it is.
+
+static std::string make_MarkerName(const char *FileName)
+{
+    const std::string Name = FileName;
+    const size_t Begin = Name.rfind('/') + 1; // 0 without a slash
+    return Name.substr(0, Begin) + "." + Name.substr(Begin) + ".copying";
+}
+
+static bool is_CopyCut(const char *FileName)
+{
+    return find_Storage_OfPath(FileName) && access(make_MarkerName(FileName).c_str(), F_OK) == 0;
+}
+
+// Before the copy. 0; -1: a cut copy could not be told from a whole one.
+static int mark_Copy(const char *FileName)
+{
+    if (!find_Storage_OfPath(FileName))
+        return 0;
+    const int Fd = open(make_MarkerName(FileName).c_str(), O_WRONLY | O_CREAT, 0666);
+    if (Fd < 0) // without its directory cp makes no file either, and says so
+        return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+    const int Status = fsync(Fd);
+    if (close(Fd) != 0 || Status != 0)
+        return -1;
+    sync(); // the marker's name as well
+    return 0;
+}
+
+// The copy is whole and on the storage. A marker that stays costs another copy at a later start.
+static void unmark_Copy(const char *FileName)
+{
+    if (is_CopyCut(FileName) && unlink(make_MarkerName(FileName).c_str()) != 0)
+        REPORT("Erreur : unlink(%s)", make_MarkerName(FileName).c_str());
+}
+
+// The marker goes last, when nothing is left for which it would have to speak.
+static void remove_CutCopy(const char *FileName)
+{
+    if (!is_CopyCut(FileName) || (unlink(FileName) != 0 && errno != ENOENT))
+        return;
+    sync();
+    unmark_Copy(FileName);
+}
+
 // ---- Files and directories
 
 static int open_AndClose(const char *FileName)
 {
+    if (is_CopyCut(FileName)) {
+        remove_CutCopy(FileName);
+        return 0;
+    }
     FILE *tmpFile = fopen(FileName, "r");
     if (!tmpFile)
         return 0;
@@ -195,6 +250,16 @@ int make_Dir(const char *DirName)
     return do_OnStorage(DirName, test_OrMakeDir, "Erreur : mount", "Error : umount");
 }
 
+// The file that a copy of Source to Target, a file or a directory, makes.
+static std::string make_CopyName(const char *Source, const char *Target)
+{
+    struct stat Info;
+    const std::string Name = Source;
+    return stat(Target, &Info) == 0 && S_ISDIR(Info.st_mode)
+               ? std::string(Target) + "/" + Name.substr(Name.rfind('/') + 1)
+               : Target;
+}
+
 // Both storages are mounted.
 static int run_Copy(const char *Source, const char *Target)
 {
@@ -202,13 +267,16 @@ static int run_Copy(const char *Source, const char *Target)
                    "(strlen(Source) + strlen(Target) + 10 < 140)");
     char Command[TEXT_SIZE];
     snprintf(Command, sizeof Command, "cp \"%s\" \"%s\"", Source, Target);
-    const int Raw = system(Command);
+    const std::string Copy = make_CopyName(Source, Target);
+    const int Raw = mark_Copy(Copy.c_str()) == 0 ? system(Command) : -1;
     if (Raw != 0) {
         perror("cp");
         REPORT("Erreur : %s (Status = %i)", Command, Raw);
+        remove_CutCopy(Copy.c_str());
         return SYST_ERR_COPY;
     }
     sync();
+    unmark_Copy(Copy.c_str());
     return 0;
 }
 

@@ -5,6 +5,9 @@
 // storage of its path when it is not mounted, and unmounts it again when it mounted it itself. A
 // path on no such storage is always there. Main thread only; nothing is remembered between calls.
 //
+// A copy onto such a storage is whole or not there: the power may go at any moment, the card be
+// full. .NAME.copying beside the file marks it until it is written through.
+//
 // A failed condition of this module is reported and the log closed with its trailer before the
 // process aborts. Paths are taken as they are: names from outside go through ctrl_SafeName first.
 #ifndef QX_FILETOOLS_H
@@ -26,7 +29,8 @@ int ctrl_mount(const char *Dev);
 int mount(const char *Dev);
 int umount(const char *Dev);
 
-// 1: the file can be opened for reading; 0: it cannot, or the name is null; SYST_ERR_MOUNT.
+// 1: the file can be opened for reading; 0: it cannot, or the name is null; SYST_ERR_MOUNT. What a
+// cut copy left of it is removed: 0.
 int ctrl_FilePresence(const char *FileName);
 
 // 1: it is a directory; 0: it is not; SYST_ERR_MOUNT. Names of up to 129 characters (asserted).
@@ -36,7 +40,8 @@ int ctrl_DirPresence(const char *DirName);
 // SYST_ERR_MOUNT.
 int make_Dir(const char *DirName);
 
-// Copies a file onto a file or into a directory and syncs. 0, also when both are the same text;
+// Copies a file onto a file or into a directory and syncs; a copy that fails leaves no file on a
+// storage. 0, also when both are the same text;
 // GEN_ERR_NO_FILE, GEN_ERR_PRG_VANTREL (a name is null), SYST_ERR_COPY, SYST_ERR_MOUNT (when it
 // was the target's, the source's storage stays mounted). Both names together have up to 129
 // characters (asserted).

@@ -1060,9 +1060,6 @@ static int save_Archive(const char *Name)
         return ERR_MASTER_OS;
     case SYST_ERR_COPY:
         REPORT("Erreur : SSD probablement pleine");
-        // Half an archive would pass for the board's software at every later start.
-        make_ArchivePath(Path, DIR_STORE, Name);
-        unlink(Path);
         return ERR_MASTER_NVM_FULL;
     case SYST_ERR_UMOUNT:
         REPORT("Erreur : umount(SSD)");

@@ -51,7 +51,9 @@ static int copy_Rest(FILE *pSource, const char *TargetName)
         if (fwrite(Block, 1, Count, pTarget) < Count)
             Status = -1;
     }
-    // The last bytes reach a full card only at the close.
+    // On the card before it takes the log's place.
+    if (fflush(pTarget) != 0 || fsync(fileno(pTarget)) != 0)
+        Status = -1;
     if (fclose(pTarget) != 0 || ferror(pSource))
         Status = -1;
     return Status;
@@ -73,7 +75,8 @@ int ErrorTail(const char *Path, int Keep)
     if (Status == 0)
         Status = copy_Rest(pLog, SideName.c_str());
     fclose(pLog);
-    if (Status == 0 && (remove(Path) != 0 || rename(SideName.c_str(), Path) != 0))
+    // The log is replaced at once: there is no moment without it.
+    if (Status == 0 && rename(SideName.c_str(), Path) != 0)
         Status = -1;
     return Status;
 }

@@ -28,7 +28,7 @@ extern char UserOutText[TEXT_SIZE + 1];
 
 // Shortens the file Path to its last Keep bytes; the cut may fall inside a line. 0: done, or
 // nothing to do (no file, or no longer than Keep); -1: failed, the file is as it was (a side file
-// Path_TAIL may remain; only when the last step fails, its rename, it holds all that is left).
+// Path_TAIL may remain).
 int ErrorTail(const char *Path, int Keep);
 
 // Opens the log, made with mode 0666 when it is missing, and writes its header. Returns the bytes

@@ -68,3 +68,31 @@ TEST(Outside, ThePowerGoesAtACall)
     EXPECT_TRUE(Run.Log.ends_with("2026\nVersion : 1.1.6 - Ja")) << Run.Log;
     EXPECT_FALSE(fs::exists(Machine.get_Folder() / "vantrel"));
 }
+
+// Half an archive that passes for a board's software for ever, or a marker that stays.
+TEST(Outside, AnArchiveThatWasCutIsReadAgain)
+{
+    const std::vector<std::vector<std::string>> Cases = {
+        {make_Cut("shell", 11, "middle")},                                  // half a copy
+        {make_Cut("shell", 11, "after")},                                   // whole, but marked
+        {make_Cut("open", 18, "after")},                                    // not begun
+        {make_Cut("shell", 11, "middle"), make_Cut("remove", 1, "before")}, // cleared up
+        {make_Cut("shell", 11, "middle"), make_Cut("remove", 2, "before")},
+        {"[[outside.fault]]\ncall = \"remove\"\n"}, // the marker of a whole copy stays
+    };
+    for (const std::vector<std::string> &Starts : Cases) {
+        Scenario Machine;
+        add_Unsaved(Machine);
+        for (const std::string &Toml : Starts) {
+            Machine.Toml = Toml;
+            const ScenarioRun Cut = Machine.run();
+            EXPECT_EQ(Cut.Store.front(), ".PUMP.1.2.3.tar.gz.copying") << Toml;
+        }
+        Machine.Toml = "";
+        const ScenarioRun Run = Machine.run();
+        EXPECT_EQ(Run.Status, 0) << Starts.back() << Run.Output;
+        EXPECT_EQ(Run.Store, std::vector<std::string>{"PUMP.1.2.3.tar.gz"}) << Starts.back();
+        const fs::path Archive = Machine.get_Folder() / "card/slave_sw/PUMP.1.2.3.tar.gz";
+        EXPECT_EQ(std::system(("gzip -t '" + Archive.string() + "'").c_str()), 0) << Starts.back();
+    }
+}

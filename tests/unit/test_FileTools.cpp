@@ -120,6 +120,35 @@ TEST_F(Storage, CopyMountsBothSides)
               "FileTools: Erreur : Source == NULL\nFileTools: Erreur : Target == NULL\n");
 }
 
+// Half a file that passes for a whole one: after a cut, on a full card, or because nothing marked
+// it.
+TEST_F(Storage, ACopyIsWholeOrNotThere)
+{
+    const std::string Marker = "/home/user/save/.copy.copying";
+    write_File("/home/user/save/copy", "ha");
+    write_File(Marker, "");
+    EXPECT_EQ(ctrl_FilePresence("/home/user/save/copy"), 0);
+    EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
+    EXPECT_FALSE(std::filesystem::exists(Marker));
+
+    write_File("/var/copy", "half");
+    write_File(Marker, ""); // of a copy that was cut before it began
+    EXPECT_EQ(copy_File("/var/copy", "/home/user/save"), 0);
+    EXPECT_EQ(ctrl_FilePresence("/home/user/save/copy"), 1);
+
+    std::filesystem::create_directories("/var/folder/copy"); // cp cannot copy it
+    EXPECT_EQ(copy_File("/var/folder/copy", "/home/user/save/copy"), -998);
+    EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
+    EXPECT_FALSE(std::filesystem::exists(Marker));
+
+    std::filesystem::create_directory(Marker); // no marker can be made
+    EXPECT_EQ(get_Reports([] { EXPECT_EQ(copy_File("/var/copy", "/home/user/save"), -998); }),
+              "FileTools: Erreur : cp \"/var/copy\" \"/home/user/save\" (Status = -1)\n"
+              "FileTools: Erreur : unlink(/home/user/save/.copy.copying)\n");
+    EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
+    std::filesystem::remove(Marker);
+}
+
 TEST_F(Storage, MakesOneDirectory)
 {
     umask(0);
