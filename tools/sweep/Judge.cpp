@@ -140,17 +140,17 @@ void judge_Store(const fs::path &Machine, const std::map<std::string, std::strin
 {
     const std::map<std::string, std::string> Now = read_Store(Machine);
     for (const auto &[Name, Content] : Before) {
-        if (!Now.contains(Name) || Now.at(Name) != Content) {
-            Judged.Breaches.push_back(Name + " of the store is lost or has changed");
+        if (!Now.contains(Name)) {
+            Judged.Breaches.push_back("lost from the store: " + Name);
         }
     }
     for (const auto &[Name, Content] : Now) {
-        if (Before.contains(Name)) {
+        if (Before.contains(Name) && Before.at(Name) == Content) {
             continue;
         }
         for (const std::string &Problem :
              qxdist::verify_Archive(Machine / "card/slave_sw" / Name)) {
-            Judged.Breaches.push_back("new in the store: " + Name + ": " + Problem);
+            Judged.Breaches.push_back("changed or new in the store: " + Name + ": " + Problem);
         }
     }
 }

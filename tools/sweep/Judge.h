@@ -6,7 +6,8 @@
 //     may leave a part of it, and so may a card that refuses a write; that is counted, not
 //     refused.)
 //   - Every archive in the store is complete, and nothing else is there. Those that were there
-//     before are there still, byte for byte.
+//     before are there still, byte for byte (or replaced by a complete one of the same name, when
+//     the loader could not see that it had it).
 #pragma once
 
 #include "sweep/Start.h"

@@ -36,6 +36,7 @@ constexpr const char *USAGE =
     "  --match TEXT    only runs whose line in the list has TEXT\n"
     "  --jobs N        runs at a time (default: one a processor)\n"
     "  --list          say what would be run\n"
+    "  --verbose       say what came of each run\n"
     "  --make FOLDER   leave the machine without MACHINE in FOLDER\n"
     "  --help          this text\n"
     "\n"
@@ -54,6 +55,7 @@ struct Options {
     std::optional<unsigned> Seed;
     unsigned Jobs{std::max(1U, std::thread::hardware_concurrency())};
     bool List{};
+    bool Verbose{};
 };
 
 unsigned read_Number(const char *Text)
@@ -69,15 +71,11 @@ unsigned read_Number(const char *Text)
 Options read_Options(int argc, char *argv[])
 {
     static const option Long[] = {
-        {"loader", required_argument, nullptr, 'l'},
-        {"sample", required_argument, nullptr, 'n'},
-        {"seed", required_argument, nullptr, 's'},
-        {"match", required_argument, nullptr, 'm'},
-        {"jobs", required_argument, nullptr, 'j'},
-        {"list", no_argument, nullptr, 'i'},
-        {"make", required_argument, nullptr, 'f'},
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
+        {"loader", required_argument, nullptr, 'l'}, {"sample", required_argument, nullptr, 'n'},
+        {"seed", required_argument, nullptr, 's'},   {"match", required_argument, nullptr, 'm'},
+        {"jobs", required_argument, nullptr, 'j'},   {"list", no_argument, nullptr, 'i'},
+        {"verbose", no_argument, nullptr, 'v'},      {"make", required_argument, nullptr, 'f'},
+        {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0},
     };
     Options Read;
     int Option = 0;
@@ -100,6 +98,9 @@ Options read_Options(int argc, char *argv[])
             break;
         case 'i':
             Read.List = true;
+            break;
+        case 'v':
+            Read.Verbose = true;
             break;
         case 'f':
             Read.Made = optarg;
@@ -261,6 +262,10 @@ class Sweep
         ++Kinds[Planned.Kind];
         ++Outcomes[Judged.Outcome];
         NbParts += Judged.PartOfResult ? 1 : 0;
+        if (Given.Verbose) {
+            printf("%s: %s%s\n", show_Run(Planned).c_str(), Judged.Outcome.c_str(),
+                   Judged.PartOfResult ? ", a part of a result file" : "");
+        }
         if (Judged.Breaches.empty()) {
             fs::remove_all(Folder);
             return;
