@@ -17,6 +17,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <sys/mount.h>
 #include <sys/syscall.h>
@@ -48,6 +51,8 @@ constexpr int NOTHING_WAITS = -10003;
 constexpr std::uint32_t IDENTIFIER_MASK = 0x1FFFFFFF;
 constexpr int EXIT_LIMIT = 124; // as timeout(1) ends
 
+using Names = std::vector<std::string>;
+
 // Never destroyed: the loader's own end of the process may still call in.
 struct Run {
     explicit Run(Machine Read)
@@ -63,6 +68,8 @@ struct Run {
     Journal Output;
     std::string Folder;
     std::optional<Time> CardGone; // still to come
+    Names Descriptors;            // numbers of those that were open at the start
+    Names Mounts;                 // mount points at the start
     Time Limit{turn::NEVER};
     double Speed{};
     timespec RealStart{};
@@ -292,6 +299,64 @@ std::optional<DriverRequest> get_Kind(unsigned long Request)
     }
 }
 
+// What the process has from the system. The folder's own descriptor, gone by then, is no number of
+// a file any more.
+Names find_Descriptors()
+{
+    Names Found;
+    for (const auto &Entry : std::filesystem::directory_iterator{"/proc/self/fd"}) {
+        Found.push_back(Entry.path().filename());
+    }
+    std::erase_if(Found, [](const std::string &Number) {
+        return syscall(SYS_fcntl, std::stoi(Number), F_GETFD) < 0;
+    });
+    return Found;
+}
+
+Names find_Mounts()
+{
+    Names Found;
+    std::ifstream Mounts{"/proc/mounts"};
+    std::string Source;
+    for (std::string Point; Mounts >> Source >> Point; std::getline(Mounts, Source)) {
+        Found.push_back(Point);
+    }
+    return Found;
+}
+
+// Those of Now that were not there Before, an entry each.
+Names find_New(Names Now, Names Before)
+{
+    std::sort(Now.begin(), Now.end());
+    std::sort(Before.begin(), Before.end());
+    Names New;
+    std::set_difference(Now.begin(), Now.end(), Before.begin(), Before.end(),
+                        std::back_inserter(New));
+    return New;
+}
+
+std::string join(const Names &Joined)
+{
+    std::string Text;
+    for (const std::string &Name : Joined) {
+        Text += (Text.empty() ? "" : " ") + Name;
+    }
+    return Text;
+}
+
+// The driver's descriptor is one of /dev/null.
+std::string find_LeftDescriptors()
+{
+    Names Left = find_New(find_Descriptors(), Current->Descriptors);
+    for (std::string &Number : Left) {
+        std::error_code Ignored;
+        const std::string Path =
+            std::filesystem::read_symlink("/proc/self/fd/" + Number, Ignored).string();
+        Number = Path == "/dev/null" ? std::string{DRIVER_PATH} : Path.substr(0, Path.find(':'));
+    }
+    return join(Left);
+}
+
 // The results.
 
 [[gnu::format(printf, 2, 3)]] void add_Line(std::string &Text, const char *Format, ...)
@@ -326,6 +391,12 @@ void add_Board(std::string &Text, const Board &Reported)
     add_Line(Text, "board.%s.downloads=%u\n", Name, Reported.get_NbDownloads());
 }
 
+void add_Left(std::string &Text)
+{
+    Text += "left.descriptors=" + find_LeftDescriptors() + "\n";
+    Text += "left.mounts=" + join(find_New(find_Mounts(), Current->Mounts)) + "\n";
+}
+
 std::string make_Result(std::optional<int> Whole)
 {
     const BusLoad &Load = Current->Wire.get_Load();
@@ -350,6 +421,7 @@ std::string make_Result(std::optional<int> Whole)
         add_Line(Text, "outside.%s=%u\n", Named.Name, outside::get_Count(Named.Call));
     }
     add_Commands(Text);
+    add_Left(Text);
     for (const auto &Reported : Current->Boards) {
         add_Board(Text, *Reported);
     }
@@ -361,9 +433,10 @@ void leave_Results(std::optional<int> Whole)
     advance_Bus();
     Current->Trace.flush();
     Current->Output.flush();
+    const std::string Text = make_Result(Whole);
     Journal Result;
     Result.open(get_Path(NAME_RESULT).c_str());
-    Result.append(make_Result(Whole));
+    Result.append(Text);
     Result.flush();
     std::vector<BoardSpec> Specs;
     for (const auto &Kept : Current->Boards) {
@@ -382,6 +455,8 @@ void start()
     }
     try {
         build_Machine(Folder);
+        Current->Descriptors = find_Descriptors();
+        Current->Mounts = find_Mounts();
     } catch (const std::exception &Error) {
         next::die(Error.what());
     }
