@@ -1,5 +1,5 @@
-// What a normal end leaves behind: nothing but the driver's descriptor, which is kept open so that
-// no frame is lost between the loader and the application.
+// What a normal end leaves behind: nothing but the driver's descriptor, which the end of the
+// process closes.
 #include "Scenario.h"
 #include <gtest/gtest.h>
 
@@ -52,6 +52,6 @@ TEST(Left, AnAbandonedTransferKeepsItsFile)
     Machine.add_Board("left", 2, 17).Stored = false;
     Machine.Boards[0].Toml = "[[board.fault]]\nkind = \"silence\"\nservice = 25\nfunction = 2\n";
     const ScenarioRun Run = Machine.run();
-    const std::string File = " /home/user/vantrel/slave_sw/sheader.bin";
+    const std::string File = " /home/user/vantrel/slave_sw/tmp/sheader.bin (deleted)";
     EXPECT_EQ(Run.Result.at("left.descriptors"), "/dev/cana" + File + File) << Run.Output;
 }
