@@ -32,6 +32,16 @@ std::array<std::atomic<unsigned>, std::size(OutsideCallNames)> Counts;
 // Never destroyed: it is read when the process ends.
 std::vector<std::string> &Commands = *new std::vector<std::string>;
 
+// From its call of exit on nothing is the program's own: what calls then was linked into it to
+// count what it did.
+std::atomic<bool> Ended;
+
+[[noreturn]] void end_Program(int Status)
+{
+    Ended = true;
+    ::exit(Status);
+}
+
 const OutsideFault *find_Fault(OutsideCall Call, unsigned Nth)
 {
     for (const OutsideFault &Planned : *Faults) {
@@ -54,6 +64,9 @@ void do_Nothing() {}
 template <typename Call, typename Failure, typename Middle = void (*)()>
 auto pass(OutsideCall Kind, Call Really, Failure Fail, Middle Half = do_Nothing)
 {
+    if (Ended) {
+        return Really();
+    }
     const unsigned Nth = ++Counts[static_cast<std::size_t>(Kind)];
     if (is_Cut(Kind, Nth, CutMoment::Before)) {
         session::cut_Power();
@@ -433,6 +446,7 @@ const StandIn StandIns[] = {
     {"system", get_Address(run_Command)},
     {"ioctl", get_Address(request_Driver)},
     {"pthread_create", get_Address(create_Thread)},
+    {"exit", get_Address(end_Program)},
 };
 
 // The tables of the program's dynamic linker.

@@ -32,7 +32,7 @@ struct Software {
     unsigned IndexLow{1};                     // hardware indices of compatibility that it accepts
     unsigned IndexHigh{9};
     std::map<std::string, std::string> Files{{"program.txt", "the program\n"}};
-    std::optional<std::vector<std::uint8_t>> Header; // sheader.bin; nullopt: a right one
+    std::optional<std::vector<std::uint8_t>> Header{}; // sheader.bin; nullopt: a right one
 
     std::string get_DistributionName() const; // "PUMP.1.2.3"
 };
