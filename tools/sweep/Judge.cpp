@@ -150,7 +150,8 @@ void judge_Store(const fs::path &Machine, const std::map<std::string, std::strin
         }
         for (const std::string &Problem :
              qxdist::verify_Archive(Machine / "card/slave_sw" / Name)) {
-            Judged.Breaches.push_back("changed or new in the store: " + Name + ": " + Problem);
+            Judged.Breaches.push_back("changed or new in the store: ");
+            Judged.Breaches.back().append(Name).append(": ").append(Problem);
         }
     }
 }
@@ -163,6 +164,12 @@ std::map<std::string, std::string> read_Store(const fs::path &Machine)
     for (const fs::directory_entry &Entry : fs::directory_iterator{Machine / "card/slave_sw"}) {
         Store[Entry.path().filename()] = read_Text(Entry.path());
     }
+    // An archive with a marker beside it is not there for anyone.
+    std::erase_if(Store, [&](const auto &Stored) {
+        const std::string &Name = Stored.first;
+        return fs::exists(Machine / "card/slave_sw" / ("." + Name + ".copying")) ||
+               (Name.starts_with(".") && Name.ends_with(".copying"));
+    });
     return Store;
 }
 

@@ -7,7 +7,8 @@
 //     refused.)
 //   - Every archive in the store is complete, and nothing else is there. Those that were there
 //     before are there still, byte for byte (or replaced by a complete one of the same name, when
-//     the loader could not see that it had it).
+//     the loader could not see that it had it). A copy that is marked as under way,
+//     .NAME.tar.gz.copying beside it, counts as absent.
 #pragma once
 
 #include "sweep/Start.h"
@@ -24,7 +25,7 @@ struct Verdict {
     bool PartOfResult{};               // a part of a result file is left
 };
 
-// Contents of the archives in a machine's store, by name.
+// Contents of the files in a machine's store, by name, without marked copies and their markers.
 std::map<std::string, std::string> read_Store(const std::filesystem::path &Machine);
 
 // Before: the store before the start. Sources: the folder of the loader's sources. LosesText: a

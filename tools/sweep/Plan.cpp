@@ -243,11 +243,12 @@ std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::stri
             if (!Calls.empty() && Calls.find(" " + Call + " ") == std::string::npos) {
                 continue;
             }
+            const bool Cut = std::string{Form.Table} == "[cut]";
+            std::string Kind = (Cut ? "cut at " : "failing ") + Call;
+            Kind.append(*Form.Keys == 0 ? "" : " ").append(Form.Keys);
             for (unsigned Nth = 1; Nth <= NbCalls; Nth += Nth < NB_CALLS_EACH ? 1 : Step) {
                 const std::string Place = "nth " + std::to_string(Nth);
-                const std::string Keys = *Form.Keys == 0 ? "" : std::string{" "} + Form.Keys;
-                const bool Cut = std::string{Form.Table} == "[cut]";
-                Plan.push_back({(Cut ? "cut at " : "failing ") + Call + Keys, Place, "",
+                Plan.push_back({Kind, Place, "",
                                 std::string{Form.Table} + "\ncall = \"" + Call +
                                     "\"\nnth = " + std::to_string(Nth) + "\n" + Form.Keys + "\n",
                                 Cut, Call == "write" || Call == "close"});

@@ -27,6 +27,7 @@ constexpr const char *LIMIT_REAL = "300"; // real seconds: nothing of the kind, 
 void run_Program(std::vector<std::string> Words, const fs::path &Output, const fs::path &Errors)
 {
     std::vector<char *> Pointers;
+    Pointers.reserve(Words.size() + 1);
     for (std::string &Word : Words) {
         Pointers.push_back(Word.data());
     }
