@@ -9,7 +9,8 @@ file(GLOB_RECURSE QX_SOURCES CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/sim/*.cpp ${PROJECT_SOURCE_DIR}/sim/*.h
     ${PROJECT_SOURCE_DIR}/tools/*.cpp ${PROJECT_SOURCE_DIR}/tools/*.h
     ${PROJECT_SOURCE_DIR}/tests/*.cpp ${PROJECT_SOURCE_DIR}/tests/*.h
-    ${PROJECT_SOURCE_DIR}/bench/*.cpp)
+    ${PROJECT_SOURCE_DIR}/bench/*.cpp
+    ${PROJECT_SOURCE_DIR}/fuzz/*.cpp ${PROJECT_SOURCE_DIR}/fuzz/*.h)
 
 if(CLANG_FORMAT)
     add_custom_target(check-format
@@ -19,5 +20,5 @@ endif()
 if(RUN_CLANG_TIDY)
     add_custom_target(check-tidy
         COMMAND ${RUN_CLANG_TIDY} -quiet -p ${PROJECT_BINARY_DIR}
-                "${PROJECT_SOURCE_DIR}/(src|sim|tools|tests|bench)/.*" VERBATIM)
+                "${PROJECT_SOURCE_DIR}/(src|sim|tools|tests|bench|fuzz)/.*" VERBATIM)
 endif()

@@ -31,3 +31,4 @@ setup_machine() {
 
 PACKAGES_RUN=(g++ cmake ninja-build libgtest-dev libtomlplusplus-dev bubblewrap tar gzip)
 PACKAGES_TEST=("${PACKAGES_RUN[@]}" clang-format clang-tidy g++-arm-linux-gnueabihf)
+PACKAGES_FUZZ=("${PACKAGES_RUN[@]}" clang-14 libclang-rt-14-dev llvm-14)
