@@ -50,10 +50,7 @@ TEST(Platform, AFullCardRefusesAndKeepsWhatItHad)
     std::ofstream{Machine.get_Folder() / "card/kept"} << std::string(20000, 'k');
     ScenarioBoard &Board = Machine.add_Board("left", 2, 17);
     Board.Stored = false;
-    std::string &Program = Board.Runs.Files["program.txt"]; // does not compress
-    for (unsigned i = 0, State = 1; i < 60000; ++i, State = State * 1664525 + 1013904223) {
-        Program += static_cast<char>(State >> 24);
-    }
+    Board.Runs.Files["program.txt"] = make_Noise(60000);
     const ScenarioRun Run = Machine.run();
     EXPECT_TRUE(has_Text(Run.Output, "Erreur : SSD probablement pleine")) << Run.Output;
     EXPECT_TRUE(has_Text(Run.Log, "Projet : qx"));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <regex>
 #include <sstream>
@@ -65,11 +66,11 @@ qxdist::FileTable make_Distribution(const Software &Made)
     for (const auto &[Name, Text] : Made.Files) {
         Files[Name].assign(Text.begin(), Text.end());
     }
-    qxdist::FileTable Distribution = qxdist::make_Distribution(Records, Files);
+    Files = qxdist::make_Distribution(Records, Files);
     if (Made.Header) {
-        Distribution[NAME_HEADER] = *Made.Header;
+        Files[NAME_HEADER] = *Made.Header;
     }
-    return Distribution;
+    return Files;
 }
 
 // The items of a board that appl.conf and the store expect as they are.
@@ -221,6 +222,15 @@ void read_Result(const fs::path &Path, ScenarioRun &Run)
 
 } // namespace
 
+std::string make_Noise(std::size_t Size)
+{
+    std::string Noise;
+    for (std::uint32_t State = 1; Noise.size() < Size; State = State * 1664525 + 1013904223) {
+        Noise += static_cast<char>(State >> 24);
+    }
+    return Noise;
+}
+
 std::string Software::get_DistributionName() const
 {
     return Name + "." + std::to_string(Version[0]) + "." + std::to_string(Version[1]) + "." +
@@ -298,6 +308,11 @@ void Scenario::store(const Software &Packed)
                           make_Distribution(Packed));
 }
 
+void Scenario::store(const std::string &DistributionName, const std::string &Content)
+{
+    write_Text(Folder / "card/slave_sw" / (DistributionName + ".tar.gz"), Content);
+}
+
 const fs::path &Scenario::get_Folder() const
 {
     return Folder;
@@ -324,9 +339,10 @@ void Scenario::write_Config()
     write_Text(Folder / "config/appl.conf", ApplConf.value_or(Header + join_Lines(Lines)));
     write_Text(Folder / "config/appl.protocols",
                ApplProtocols.value_or(Header + join_Lines(Protocols)));
-    if (!Todo.empty()) {
-        write_Text(Folder / "config/appl.todo", Header + join_Lines(Todo));
+    if (!Todo.empty() || ApplTodo) {
+        write_Text(Folder / "config/appl.todo", ApplTodo.value_or(Header + join_Lines(Todo)));
         Todo.clear();
+        ApplTodo.reset();
     }
 }
 
@@ -386,5 +402,14 @@ ScenarioRun Scenario::run(const std::vector<std::string> &Options,
         Run.Store.push_back(Entry.path().filename());
     }
     std::sort(Run.Store.begin(), Run.Store.end());
+    return Run;
+}
+
+ScenarioRun Scenario::run_Expecting(const std::string &Outcome, const std::string &Report)
+{
+    ScenarioRun Run = run();
+    EXPECT_EQ(Run.get_Outcome(), Outcome) << Run.Output << Run.Errors;
+    EXPECT_NE((Run.Log + Run.Output + Run.Errors).find(Report), std::string::npos) << Report << "\n"
+                                                                                   << Run.Output;
     return Run;
 }

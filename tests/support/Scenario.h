@@ -24,6 +24,9 @@
 #include <string>
 #include <vector>
 
+// Bytes that neither repeat nor compress, the same for every test.
+std::string make_Noise(std::size_t Size);
+
 // The software of a board, or an archive in the store.
 struct Software {
     std::string Name{"PUMP"};
@@ -110,11 +113,15 @@ class Scenario
 
     // Puts an archive into the store before the next run.
     void store(const Software &Packed);
+    void store(const std::string &DistributionName, const std::string &Content);
 
     // The machine is switched on (again): files of boards and card go on from the last run, what
     // is set below is written anew. Options are those of qxsim, Arguments the loader's.
     ScenarioRun run(const std::vector<std::string> &Options = {},
                     const std::vector<std::string> &Arguments = {});
+
+    // The same; expects this outcome, and Report somewhere in the log or the output.
+    ScenarioRun run_Expecting(const std::string &Outcome, const std::string &Report = "");
 
     // The machine's folder, for what has no place below: card/, vantrel/ and so on.
     const std::filesystem::path &get_Folder() const;
@@ -124,8 +131,9 @@ class Scenario
     std::optional<std::string> ApplConf;      // instead of the text made from Boards
     std::optional<std::string> ApplProtocols; // instead of the four lines and these:
     std::vector<std::string> Protocols{"cana 4 1 2"};
-    std::vector<std::string> Todo;     // requests for the next run only, "cana 2 1 PUMP.1.2.4"
-    std::vector<std::string> Database; // entries, "card 210 A 1 0 0000FF"; none: no database
+    std::vector<std::string> Todo;       // requests for the next run only, "cana 2 1 PUMP.1.2.4"
+    std::optional<std::string> ApplTodo; // the whole file for the next run only
+    std::vector<std::string> Database;   // entries, "card 210 A 1 0 0000FF"; none: no database
 
   private:
     std::string make_MachineToml() const;
