@@ -1,11 +1,11 @@
 #include "Scenario.h"
 #include "qxdist/Archive.h"
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -250,21 +250,22 @@ std::vector<TracedFrame> ScenarioRun::find_Frames(std::uint8_t MT, std::uint8_t 
 
 std::string ScenarioRun::get_Outcome() const
 {
-    static const std::regex LIST{"([0-9]+) +# Nb .*(addresse|timeout|replace|modify|needing).*"};
-    static const std::regex RESULT{"([0-9]{3})  .*"};
+    static constexpr const char *LISTS[] = {"addresse", "timeout", "replace", "modify", "needing"};
     std::string Text = Signal != 0 ? "signal " + std::to_string(Signal)
                        : Status    ? std::to_string(*Status)
                                    : "exit " + std::to_string(Exit);
     for (const char *Name : {"loader.errors", "loader.todo"}) {
         std::istringstream Lines{Files.contains(Name) ? Files.at(Name) : ""};
         std::string Line;
-        std::smatch Found;
         while (std::getline(Lines, Line)) {
-            if (std::regex_match(Line, Found, LIST)) {
-                Text += " " + Found.str(2) + "=" + Found.str(1);
-            } else if (std::regex_match(Line, Found, RESULT) && Found.str(1) != "000") {
-                Text += " " + Found.str(1);
+            const std::string Number = Line.substr(0, Line.find(' '));
+            for (const char *Word : LISTS) {
+                const bool Listed =
+                    Line.find("# Nb ") != std::string::npos && Line.find(Word) != std::string::npos;
+                Text += Listed ? std::string{" "} + Word + "=" + Number : "";
             }
+            const bool First = Number.size() == 3 && Line.find('#') == std::string::npos;
+            Text += First && Number != "000" ? " " + Number : "";
         }
     }
     const bool Started = std::all_of(Result.begin(), Result.end(), [](const auto &Each) {
@@ -384,9 +385,12 @@ ScenarioRun Scenario::run(const std::vector<std::string> &Options,
                                         "--trace", Base / "trace", "--result", Base / "result"}) +
                              quote_All(Options) + quote_All({Folder, "--"}) + quote_All(Arguments) +
                              " >" + quote(Base / "output") + " 2>" + quote(Base / "errors");
+    const auto Begin = std::chrono::steady_clock::now();
     const int WaitStatus = std::system(Line.c_str());
 
     ScenarioRun Run;
+    Run.RealSeconds =
+        std::chrono::duration<double>{std::chrono::steady_clock::now() - Begin}.count();
     Run.Exit = WIFEXITED(WaitStatus) ? WEXITSTATUS(WaitStatus) : -1;
     read_Result(Base / "result", Run);
     Run.Output = read_Text(Base / "output");

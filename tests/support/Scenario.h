@@ -80,6 +80,7 @@ struct ScenarioRun {
     int Exit{};                // of qxsim: 8 bits, 128 and the signal
     std::optional<int> Status; // the whole status, when the loader came to its own end
     int Signal{};              // that ended the loader, 0 none
+    double RealSeconds{};      // that qxsim took
     std::string Output;        // of the loader
     std::string Errors;        // standard error of loader and qxsim
     std::string Log;           // loader.log, earlier runs included
