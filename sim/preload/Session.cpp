@@ -354,6 +354,7 @@ std::string find_LeftDescriptors()
             std::filesystem::read_symlink("/proc/self/fd/" + Number, Ignored).string();
         Number = Path == "/dev/null" ? std::string{DRIVER_PATH} : Path.substr(0, Path.find(':'));
     }
+    std::sort(Left.begin(), Left.end()); // their numbers depend on what the host left open
     return join(Left);
 }
 
