@@ -1,5 +1,5 @@
 // sheader.bin, as a board gives it to be saved in the store: the files that it lists are fetched
-// (they are empty) and the archive is named by it.
+// (they are empty) and the archive is named by it. A size of FFFFFFFF stands for the true one.
 #include "FileTools.h"
 #include "InterfacesCan.h"
 #include "MT_FileManage.h"
@@ -42,6 +42,9 @@ static void answer(const CAN_FRAME &Frame)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t Size)
 {
     Header.assign(pData, pData + std::min<size_t>(Size, 0xFFFF));
+    // The one size that a mutation keeps true.
+    if (Size > 6 && Header.compare(2, 4, "\xFF\xFF\xFF\xFF") == 0)
+        Header.replace(2, 4, {0, 0, static_cast<char>(Size >> 8), static_cast<char>(Size)});
     start_Machine(1);
     FakeCan.OnSend = answer;
     // The assertion: fewer records than the largest tag that is asked for.
