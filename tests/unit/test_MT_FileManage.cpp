@@ -3,111 +3,51 @@
 #include "PrivateFolders.h"
 #include "Reports.h"
 #include <filesystem>
-#include <map>
-#include <unistd.h>
 
 static testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
 
 constexpr BM_SLAVE_CAST SLAVE_0 = 1;
-constexpr char SW[] = "/home/user/vantrel/slave_sw/";
 constexpr char MASTER[] = "/home/user/vantrel/tmp/master";
-static const std::string ARCHIVE = std::string(SW) + "ABC.1.2.3.tar.gz";
+static const std::string SW = "/home/user/vantrel/slave_sw/";
+static const std::string ARCHIVE = SW + "ABC.1.2.3.tar.gz";
 
-// Board 0 keeps files and answers the file service as a board does, but for the answers that a test
-// puts in its mouth.
 struct FILES : BENCH {
-    std::map<std::string, std::string> Stored;
-    // By function: hexadecimal answers in the place of its own, "" silence, "own" its own.
-    std::map<int, std::deque<std::string>> Forced;
-    std::string Calls;   // a letter a command: open, write, read, seek, close
-    std::string Endless; // when not empty, the answer to every read
-    std::string *pOpen = nullptr;
-    size_t Position = 0;
-    std::vector<uint8_t> Command;
-
     void SetUp() override
     {
         BENCH::SetUp();
-        FakeCan.OnSend = [this](const CAN_FRAME &Frame) { take_Frame(Frame); };
         std::filesystem::remove_all(SW);
         std::filesystem::current_path("/home/user/vantrel/tmp");
     }
 
-    void take_Frame(const CAN_FRAME &Frame)
+    // Runs Call while board 0 gives these answers, each with a | behind it, an empty one for
+    // silence. Returns "-485 orrc": the status and the open, read, write and close commands.
+    template <typename CALL>
+    std::string run(const std::string &Answers, CALL Call)
     {
-        const bool Multi = (Frame.Identifier & 8) != 0;
-        if (!Multi || (Frame.Data[1] & 0x80) != 0)
-            Command = {Frame.Data[0]};
-        Command.insert(Command.end(), Frame.Data + (Multi ? 2 : 1), Frame.Data + Frame.Length);
-        if (Multi && (Frame.Data[1] & 0x7F) != 0)
-            return;
-        const int Function = Command[0] & 0x3F;
-        Calls += "owrsc"[Function];
-        std::string Answer = "own";
-        if (!Forced[Function].empty()) {
-            Answer = Forced[Function].front();
-            Forced[Function].pop_front();
+        std::istringstream Text(Answers);
+        Script.clear();
+        for (std::string Answer; std::getline(Text, Answer, '|');)
+            Script.push_back({{SLAVE_0, Answer}});
+        FakeCan.Sent.clear();
+        std::string Result = std::to_string(Call()) + " ";
+        for (const CAN_FRAME &Frame : FakeCan.Sent) {
+            if ((Frame.Identifier & 8) == 0 || Frame.Data[1] == 0)
+                Result += "owrsc"[Frame.Data[0] & 0x3F];
         }
-        if (Answer == "own")
-            Answer = answer_Command(Function);
-        if (!Answer.empty())
-            receive(MT_FILEMANAGE, {SLAVE_0, Answer});
+        EXPECT_TRUE(Script.empty()) << Script.size();
+        return Result;
     }
 
-    std::string answer_Command(int Function)
+    std::string get(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0)
     {
-        const std::string Data(Command.begin() + 1, Command.end());
-        switch (Function) {
-        case 0: {
-            const std::string Name = Data.substr(1, Data.size() - 2);
-            if (pOpen)
-                return "40 82";
-            if (Data[0] == FILE_OPEN_READ && !Stored.contains(Name))
-                return "40 80";
-            pOpen = &Stored[Name];
-            Position = 0;
-            if (Data[0] == FILE_OPEN_WRITE)
-                pOpen->clear();
-            const auto Length = static_cast<uint32_t>(pOpen->size());
-            const uint8_t Bytes[] = {0, 0xEE, 0, 0, uint8_t(Length >> 8), uint8_t(Length)};
-            return to_Hex(Bytes, sizeof Bytes);
-        }
-        case 1:
-            pOpen->append(Data);
-            return "01 00";
-        case 2: {
-            if (!Endless.empty())
-                return Endless;
-            if (!pOpen || Position == pOpen->size())
-                return "42 85";
-            const std::string Block = "\x02\xEE" + pOpen->substr(Position, 766);
-            Position += Block.size() - 2;
-            return to_Hex(reinterpret_cast<const uint8_t *>(Block.data()), int(Block.size()));
-        }
-        default:
-            pOpen = nullptr;
-            return "04 00";
-        }
+        return run(Answers, [=] { return get_SlaveFile(Slaves, "master", "slave"); });
     }
 
-    int get()
+    std::string put(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0)
     {
-        return get_SlaveFile(SLAVE_0, "master", "slave");
-    }
-
-    int put()
-    {
-        return put_SlaveFile(SLAVE_0, "master", "slave");
+        return run(Answers, [=] { return put_SlaveFile(Slaves, "master", "slave"); });
     }
 };
-
-static std::string make_Content(size_t Size)
-{
-    std::string Content;
-    for (size_t i = 0; i < Size; i++)
-        Content += static_cast<char>(i * 7 + i / 251);
-    return Content;
-}
 
 TEST_F(FILES, BuildersGiveTheBytesOnTheWire)
 {
@@ -135,167 +75,126 @@ TEST_F(FILES, BuildersGiveTheBytesOnTheWire)
     Check(0x04, 0, "");
 }
 
-// Off by one at the limits of a read or a write, lost or doubled blocks.
-TEST_F(FILES, CopiesEverySizeBothWays)
+// What each command of a whole transfer looks like; the write without data that ends a file of a
+// whole number of writes.
+TEST_F(FILES, TransfersOnTheWire)
 {
-    for (const size_t Size : {0u, 1u, 130u, 765u, 766u, 767u, 768u, 769u, 1536u}) {
-        SCOPED_TRACE(Size);
-        Stored = {{"slave", make_Content(Size)}};
-        Calls = "";
-        EXPECT_EQ(get(), 0);
-        EXPECT_EQ(read_File("master"), make_Content(Size));
-        EXPECT_EQ(Calls, "o" + std::string((Size + 765) / 766 + 1, 'r') + "c");
-
-        Stored = {{"slave", "old"}};
-        Calls = "";
-        EXPECT_EQ(put(), 0);
-        EXPECT_EQ(Stored["slave"], make_Content(Size));
-        EXPECT_EQ(Calls, "o" + std::string(Size / 768 + 1, 'w') + "c");
-    }
+    using Frames = std::vector<std::string>;
+    EXPECT_EQ(get("00 EE 00 00 00 02|02 EE DE AD|42 85|04 00|"), "0 orrc");
+    EXPECT_EQ(get_Sent(), (Frames{"190843F0#40 00 73 6C 61 76 65 00", "190843F0#42 02 FE",
+                                  "190843F0#42 02 FE", "190843F0#44"}));
+    EXPECT_EQ(read_File(MASTER), "\xDE\xAD");
+    EXPECT_EQ(put("00 EE 00 00 00 09|01 00|04 00|"), "0 owc");
+    EXPECT_EQ(get_Sent(),
+              (Frames{"190843F0#40 01 73 6C 61 76 65 00", "190843F0#41 DE AD", "190843F0#44"}));
+    write_File(MASTER, std::string(768, 'x'));
+    EXPECT_EQ(put("00 EE 00 00 00 00|01 00|01 00|04 00|"), "0 owwc");
+    EXPECT_EQ(get_Sent().end()[-2], "190843F0#41");
 }
 
-// An outcome of a transfer: the answers forced to opens, reads or writes, and closes.
-struct OUTCOME {
-    const char *Fault;
-    std::map<int, std::deque<std::string>> Forced;
-    bool Put;
-    int Status;
-    const char *Calls;
-    const char *Report;
-};
-
-TEST_F(FILES, EveryAnswerHasItsOutcome)
+TEST_F(FILES, OddAnswersHaveTheirOutcome)
 {
-    const OUTCOME Outcomes[] = {
-        {"open not waited for", {{0, {""}}}, false, -493, "o", "Timeout"},
-        {"read not waited for", {{2, {""}}}, false, -493, "or", "Timeout"},
-        {"close not waited for", {{4, {""}}}, false, -493, "orrc", "Timeout"},
-        {"refused open taken for its length", {{0, {"40 80"}}}, false, -485, "orc", "sizeof("},
-        {"forgotten file not closed",
-         {{0, {"40 82", "40 82"}}},
-         false,
-         0,
-         "ococorrc",
-         "Erreur : un fichier est déjà ouvert (cas FILE_OPEN_READ) !\n"
-         "MT_FileManage: Slave: 0000000000000001   SlaveFileName: slave\n"},
-        {"close before the reopening", {{0, {"40 82"}}, {4, {""}}}, false, -493, "oc", "Timeout"},
-        {"length read as unsigned",
-         {{0, {"00 00 FF FF FF FF"}}},
-         false,
-         0,
-         "orc",
-         "La longueur du fichier slave est négative !"},
-        {"length of a short answer", {{0, {"00 EE 00 00"}}}, false, 0, "orc", ""},
-        {"answer without data", {{2, {"02 00"}}}, false, 0, "orrrc", ""},
-        {"error 0 of a read", {{2, {"42 00"}}}, false, 0, "orrrc", ""},
-        {"file shorter than announced",
-         {{2, {"42 85"}}},
-         false,
-         -485,
-         "orc",
-         "sizeof(Fichier master) != sizeof(Fichier slave)"},
-        {"open of a put", {{0, {""}}}, true, -493, "o", "Timeout"},
-        {"write not waited for", {{1, {""}}}, true, -493, "ow", "Timeout"},
-        {"close of a put", {{4, {""}}}, true, -493, "owc", "Timeout"},
-        {"refused write taken for done", {{1, {"41 83"}}}, true, -484, "owc", "sizeof("},
-        {"forgotten file at a put", {{0, {"40 82"}}}, true, 0, "ocowc", "(cas FILE_OPEN_WRITE) !"},
+    const std::tuple<const char *, bool, const char *, const char *> Cases[] = {
+        {"a second forgotten file not closed", false,
+         "40 82|04 00|40 82|04 00|00 EE 00 00 00 00|42 85|04 00|", "0 ococorc"},
+        {"a refused open taken for its length", false, "40 80|42 85|04 00|", "-485 orc"},
+        {"the length of a short answer", false, "00 EE 00 00|42 85|04 00|", "0 orc"},
+        {"error 0 taken for the end", false, "00 00 00 00 00 01|42 00|02 00 AA|42 85|04 00|",
+         "0 orrrc"},
+        {"a refused write taken for a faulty board", true, "00 00 00 00 00 00|41 83|04 00|",
+         "-484 owc"},
+        {"a lost write repeated", true, "00 00 00 00 00 00||", "-493 ow"},
     };
-    for (const OUTCOME &Each : Outcomes) {
-        SCOPED_TRACE(Each.Fault);
+    for (const auto &[Fault, Put, Answers, Outcome] : Cases) {
+        SCOPED_TRACE(Fault);
         write_File(MASTER, "bytes");
-        Stored = {{"slave", "bytes"}};
-        Calls = "";
-        pOpen = nullptr;
-        Forced = Each.Forced;
-        TimeoutMask = 0;
-        int Status = 1;
-        const std::string Reports = get_Reports([&] { Status = Each.Put ? put() : get(); });
-        EXPECT_EQ(Status, Each.Status);
-        EXPECT_EQ(Calls, Each.Calls);
-        EXPECT_NE(Reports.find(Each.Report), std::string::npos) << Reports;
-        EXPECT_EQ(TimeoutMask, Each.Status == -493 ? SLAVE_0 : 0);
+        EXPECT_EQ(Put ? put(Answers) : get(Answers), Outcome);
         EXPECT_EQ(ReplaceSlavesMask, 0u);
     }
+    EXPECT_EQ(TimeoutMask, SLAVE_0);
 }
 
 // A board that never says "end of file" must not fill the memory or hold the start for ever.
 TEST_F(FILES, RunawayReadEnds)
 {
-    Stored["slave"] = "";
-    Endless = "02 00 " + to_Hex(std::vector<uint8_t>(766, 0xAA).data(), 766);
-    EXPECT_EQ(get(), -485);
-    EXPECT_EQ(Calls, "o" + std::string(86, 'r') + "c"); // 85 * 766 < 65536 < 86 * 766
-    EXPECT_EQ(read_File("master").size(), 86u * 766);
-    Endless = "02 00";
-    EXPECT_EQ(get(), 0);
-    EXPECT_EQ(pOpen, nullptr);
+    const auto Repeat = [](int Times, const std::string &Answer) {
+        std::string Answers = "00 00 00 00 00 00|";
+        for (int i = 0; i < Times; i++)
+            Answers += Answer + "|";
+        return Answers + "04 00|";
+    };
+    const std::string Full = "02 00 " + to_Hex(std::vector<uint8_t>(766, 0xAA).data(), 766);
+    // 85 * 766 < 65536 < 86 * 766
+    EXPECT_EQ(get(Repeat(86, Full)), "-485 o" + std::string(86, 'r') + "c");
+    EXPECT_EQ(read_File(MASTER).size(), 86u * 766);
+    EXPECT_EQ(get(Repeat(65537, "02 00")).substr(0, 3), "0 o");
 }
 
 TEST_F(FILES, MasterSideFailuresAreTold)
 {
-    Stored["slave"] = "bytes";
-    EXPECT_EQ(get_SlaveFile(SLAVE_0, "missing/master", "slave"), -891);
-    EXPECT_NE(pOpen, nullptr);                                     // left to the next open
-    EXPECT_EQ(get_SlaveFile(SLAVE_0, "/dev/full", "slave"), -485); // what was lost counts
-    EXPECT_EQ(put_SlaveFile(SLAVE_0, "missing", "slave"), -891);
-    EXPECT_EQ(put_SlaveFile(SLAVE_0, "/tmp", "slave"), -891); // a directory has no end
+    const std::string Open = "00 00 00 00 00 01|";
+    const auto Get = [](const char *Name) {
+        return [=] { return get_SlaveFile(SLAVE_0, Name, "slave"); };
+    };
+    const auto Put = [](const char *Name) {
+        return [=] { return put_SlaveFile(SLAVE_0, Name, "slave"); };
+    };
+    EXPECT_EQ(run(Open, Get("missing/master")), "-891 o"); // left open, to the next open
+    EXPECT_EQ(run(Open + "02 00 AA|42 85|04 00|", Get("/dev/full")), "-485 orrc"); // lost counts
+    EXPECT_EQ(run(Open, Put("missing")), "-891 o");
+    EXPECT_EQ(run(Open, Put("/tmp")), "-891 o"); // a directory has no end
 }
 
 // What must end the process, and with which status.
 TEST_F(FILES, UnexpectedAnswersEndTheProcess)
 {
-    struct END {
-        BM_SLAVE_CAST Slaves;
-        std::map<int, std::deque<std::string>> Forced;
-        bool Put;
-        int Status;
+    const std::string Open = "00 00 00 00 00 01|";
+    const std::tuple<BM_SLAVE_CAST, bool, std::string, int> Ends[] = {
+        {8, false, "", 0}, // an unknown slave: the open is not sent
+        {8, true, "", -898 & 0xFF},
+        {1, false, Open + "42 87|", 135},
+        {1, false, Open + "42 85|44 81|", 129},
+        {1, true, Open + "01 00|44 81|", 129},
+        {1, true, Open + "01 00|44 83|", 131},
+        {1, false, "40 82|44 81|", 129},
+        {1, true, "40 82|44 80|", 128},
     };
-    const END Ends[] = {
-        {8, {}, false, 0}, // an unknown slave: the open is not sent
-        {8, {}, true, -898 & 0xFF},
-        {1, {{2, {"42 87"}}}, false, 135},
-        {1, {{4, {"44 81"}}}, false, 129},
-        {1, {{4, {"44 81"}}}, true, 129},
-        {1, {{4, {"44 83"}}}, true, 131},
-        {1, {{0, {"40 82"}}, {4, {"44 81"}}}, false, 129},
-        {1, {{0, {"40 82"}}, {4, {"44 80"}}}, true, 128},
-    };
-    Stored["slave"] = "bytes";
     write_File(MASTER, "bytes");
-    for (const END &Each : Ends) {
-        Forced = Each.Forced;
-        EXPECT_EXIT(Each.Put ? put_SlaveFile(Each.Slaves, "master", "slave")
-                             : get_SlaveFile(Each.Slaves, "master", "slave"),
-                    testing::ExitedWithCode(Each.Status), "");
-    }
+    for (const auto &[Slaves, Put, Answers, Status] : Ends)
+        EXPECT_EXIT(Put ? put(Answers, Slaves) : get(Answers, Slaves),
+                    testing::ExitedWithCode(Status), "");
     EXPECT_EQ(read_SlaveFile(8, 766), -493); // the one that does not look whether it was sent
 }
 
-// The part of a header before its file list: the distribution ABC.1.2.3.
-static const char *const HEADER = "06 01 00 00 00 00 00 00 00 1E 00 06 00 00 00 38 00 00 "
-                                  "00 00 00 00 00 00 00 00 00 00 00 00 01 00 06 "
-                                  "02 03 05 41 42 43 03 01 01 01 04 01 01 02 "
-                                  "05 02 02 00 03 0A 01 01 00";
+// The header of ABC.1.2.3 with these two files.
+static std::string make_Header(const std::string &First, const std::string &Second)
+{
+    const std::vector<uint8_t> Fixed =
+        from_Hex("06 01 00 00 00 00 00 00 00 1E 00 06 00 00 00 38 00 02 "
+                 "00 00 00 00 00 00 00 00 00 00 00 00 01 00 06 "
+                 "02 03 05 41 42 43 03 01 01 01 04 01 01 02 05 02 02 00 03 0A 01 01 00");
+    std::string Header(Fixed.begin(), Fixed.end());
+    for (const std::string &Name : {First, Second})
+        Header += std::string(11, 'x') + Name + '\0';
+    Header[5] = static_cast<char>(Header.size());
+    return Header;
+}
+
+// The answers to the read of a small file.
+static std::string make_Answers(const std::string &Content)
+{
+    const auto *const pBytes = reinterpret_cast<const uint8_t *>(Content.data());
+    const auto Size = static_cast<uint8_t>(Content.size());
+    return "00 00 00 00 00 " + to_Hex(&Size, 1) + "|02 00 " + to_Hex(pBytes, Size) +
+           "|42 85|04 00|";
+}
 
 struct DISTRIBUTIONS : FILES {
-    static std::string make_Header(const std::vector<std::string> &Names)
-    {
-        const std::vector<uint8_t> Fixed = from_Hex(HEADER);
-        std::string Header(Fixed.begin(), Fixed.end());
-        for (const std::string &Name : Names)
-            Header += std::string(11, 'x') + Name + '\0';
-        Header[4] = static_cast<char>(Header.size() >> 8);
-        Header[5] = static_cast<char>(Header.size());
-        Header[15] = Names.empty() ? 0x1E : 0x38; // the offset must lie in the header
-        Header[17] = static_cast<char>(Names.size());
-        return Header;
-    }
-
     // Runs a command of the shell in the archive's folder.
-    static void run(const std::string &Command)
+    static void run_Shell(const std::string &Command)
     {
         std::filesystem::create_directories(SW);
-        ASSERT_EQ(system(("cd " + std::string(SW) + " && " + Command).c_str()), 0);
+        ASSERT_EQ(system(("cd " + SW + " && " + Command).c_str()), 0);
     }
 
     static void expect_NothingLeft()
@@ -305,96 +204,51 @@ struct DISTRIBUTIONS : FILES {
     }
 };
 
-// The whole way out of a board and back, over what cut runs have left: an older archive of the
-// name, a hidden file that the shell's * does not see, an unpacked archive.
-TEST_F(DISTRIBUTIONS, GoOutAndBack)
+// What cut runs have left and a read takes along: an older archive of the name, which passes for
+// that of a read that fails, another one, a hidden file that the shell's * does not see.
+TEST_F(DISTRIBUTIONS, ReadPacksWhatItReceived)
 {
-    const std::map<std::string, std::string> Original = {
-        {"sheader.bin", make_Header({"b.dat", "a"})}, {"a", ""}, {"b.dat", make_Content(2000)}};
-    Stored = Original;
+    const auto Get = [] { return get_SlaveDistribution(SLAVE_0); };
+    const std::string Header = make_Header("b.dat", "a");
     write_File(ARCHIVE, "old");
-    write_File(SW + std::string("OTHER.1.1.1.tar.gz"), "old");
-    write_File(SW + std::string("tmp/.hidden"), "old");
-    EXPECT_EQ(get_SlaveDistribution(SLAVE_0), 0);
-    EXPECT_EQ(Calls, "orrcorrrrcorc"); // the header, then its list in its order
-    EXPECT_FALSE(std::filesystem::exists(SW + std::string("OTHER.1.1.1.tar.gz")));
-    run("test \"`tar -tzf ABC.1.2.3.tar.gz | tr '\\n' ' '`\" = 'a b.dat sheader.bin '");
+    write_File(SW + "OTHER.1.1.1.tar.gz", "old");
+    write_File(SW + "tmp/.hidden", "old");
+    EXPECT_EQ(run(make_Answers(Header) + make_Answers("bytes") + make_Answers("a"), Get),
+              "0 orrcorrcorrc");
+    run_Shell("test \"`ls`\" = ABC.1.2.3.tar.gz && tar -xzf * && "
+              "test \"`tar -tzf * | tr '\\n' ' '`\" = 'a b.dat sheader.bin ' && "
+              "test `cat a` = a && test `cat b.dat` = bytes && rm a b.dat sheader.bin");
 
-    Stored.clear();
-    write_File(SW + std::string("ABC.1.2.3.tar"), "old");
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"), 0); }),
-              "\nput_SlaveDistribution - Slave = 0000000000000001     ABC.1.2.3\n");
-    EXPECT_EQ(Stored, Original);
+    EXPECT_EQ(run("||", Get), "-493 oo"); // over the archive of before
     expect_NothingLeft();
-
-    Stored = {{"sheader.bin", make_Header({})}};
-    EXPECT_EQ(get_SlaveDistribution(SLAVE_0), 0);
-    run("test `tar -tzf ABC.1.2.3.tar.gz` = sheader.bin");
+    write_File(ARCHIVE, "old");
+    EXPECT_EQ(run(make_Answers('\7' + Header.substr(1)), Get), "-495 orrc");
+    expect_NothingLeft();
 }
 
-// A read that fails must not leave an archive, neither its own nor one that was there before.
-TEST_F(DISTRIBUTIONS, FailedReadLeavesNoArchive)
-{
-    struct READ {
-        std::vector<std::string> Names;
-        std::map<int, std::deque<std::string>> Forced;
-        int Status;
-        const char *Report;
-    };
-    const std::string Long(128, 'n');
-    const READ Reads[] = {
-        {{"a"}, {{0, {"", ""}}}, -493, ": get_SlaveFile() = -493   Retry = 0\n"}, // name not shown
-        {{"a"}, {{2, {"own", "own", ""}}, {4, {"own", ""}}}, -493, "(a) = -493   Retry = 0\n"},
-        {{"a", "gone"}, {}, -485, "get_SlaveFile(gone) = -485   Retry = 1\n"},
-        {{"a", "sub/dir"}, {}, -891, "Erreur : fopen(sub/dir)\n"},
-        {{"a", ""}, {}, -495, "Erreur de lecture du nom de fichier : 1\n"},
-        {{"../a"}, {}, -495, "Erreur de lecture du nom de fichier : 0\n"},
-        {{"a;reboot"}, {}, -495, "Erreur de lecture du nom de fichier : 0\n"},
-        {{Long + "n"}, {}, -495, "Erreur de lecture du nom de fichier : 0\n"},
-        {{"no header"}, {}, -495, "Erreur : open_SheaderFile() = -495\n"},
-    };
-    for (const READ &Each : Reads) {
-        SCOPED_TRACE(Each.Report);
-        Stored = {{"sheader.bin", make_Header(Each.Names)}, {"a", "bytes"}, {"sub/dir", ""}};
-        if (Each.Names[0] == "no header")
-            Stored["sheader.bin"][0] = 7;
-        write_File(ARCHIVE, "old");
-        pOpen = nullptr;
-        Forced = Each.Forced;
-        int Status = 1;
-        const std::string Reports = get_Reports([&] { Status = get_SlaveDistribution(SLAVE_0); });
-        EXPECT_EQ(Status, Each.Status);
-        EXPECT_NE(Reports.find(Each.Report), std::string::npos) << Reports;
-        expect_NothingLeft();
-    }
-    // A lost answer is made good by the second attempt; the longest name is taken.
-    Stored = {{"sheader.bin", make_Header({Long})}, {Long, "bytes"}};
-    Forced = {{2, {"own", ""}}};
-    EXPECT_EQ(get_SlaveDistribution(SLAVE_0), 0);
-    EXPECT_TRUE(std::filesystem::exists(ARCHIVE));
-}
-
+// A path below the root is the archive's own affair; a file of a cut run is none of it.
 TEST_F(DISTRIBUTIONS, WriteSendsWhatTheArchiveHolds)
 {
-    // A path below the root is the archive's own affair; a file of a cut run is none of it.
-    run("mkdir -p in/sub tmp");
-    write_File(SW + std::string("in/sheader.bin"), make_Header({"sub/dir", ".hidden"}));
-    write_File(SW + std::string("in/sub/dir"), "bytes");
-    write_File(SW + std::string("tmp/.hidden"), "old");
-    run("tar -C in -czf ABC.1.2.3.tar.gz . && rm -R in");
-    EXPECT_EQ(put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"), -891);
-    EXPECT_EQ(Stored["sub/dir"], "bytes");
-    EXPECT_EQ(Stored[".hidden"], "");
+    const auto Put = [] { return put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"); };
+    const std::string Open = "00 00 00 00 00 00|";
+    const std::string Written = Open + "01 00|04 00|";
+    run_Shell("mkdir -p in/sub tmp");
+    write_File(SW + "in/sheader.bin", make_Header("sub/dir", ".hidden"));
+    write_File(SW + "in/sub/dir", "bytes");
+    write_File(SW + "tmp/.hidden", "old");
+    run_Shell("tar -C in -czf ABC.1.2.3.tar.gz . && rm -R in");
+    const std::string Reports =
+        get_Reports([&] { EXPECT_EQ(run(Written + Written + Open + Open, Put), "-891 owcowcoo"); });
+    EXPECT_TRUE(
+        Reports.starts_with("\nput_SlaveDistribution - Slave = 0000000000000001     ABC.1.2.3\n"));
+    EXPECT_EQ(get_Sent().end()[-6], "190843F0#41 62 79 74 65 73");
     expect_NothingLeft();
 
     // No archive, and a damaged one, beside what a cut run had unpacked.
     for (const char *Archive : {"", "damaged"}) {
-        run("echo old >sheader.bin && tar -cf ABC.1.2.3.tar sheader.bin && rm sheader.bin");
+        run_Shell("echo old >sheader.bin && tar -cf ABC.1.2.3.tar sheader.bin && rm sheader.bin");
         if (*Archive)
             write_File(ARCHIVE, Archive);
-        Stored.clear();
-        pOpen = nullptr;
-        EXPECT_EQ(put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"), -891);
-        EXPECT_EQ(Stored["sheader.bin"], "");
+        EXPECT_EQ(run(Open + Open, Put), "-891 oo");
     }
 }
