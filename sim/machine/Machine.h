@@ -75,9 +75,9 @@ struct BoardSpec {
     bool Present{true};
     Time ResponseTime{std::chrono::microseconds{500}}; // end of the command to start of the answer
     Time RestartTime{std::chrono::milliseconds{600}};  // silence after a restart
-    std::optional<std::uint8_t> Flood;                 // it sends frames of this service without end
-    std::uint8_t HardwareFault{};                      // byte 2 of the board state answer
-    std::uint8_t SoftwareFault{};                      // byte 3; a complete download clears it
+    std::optional<std::uint8_t> Flood; // it sends frames of this service without end
+    std::uint8_t HardwareFault{};      // byte 2 of the board state answer
+    std::uint8_t SoftwareFault{};      // byte 3; a complete download clears it
     ItemTable Items;
     FileTable Files; // by name relative to the distribution's root
     std::vector<Fault> Faults;
