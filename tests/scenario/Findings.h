@@ -1,6 +1,7 @@
 // Tables of small machines and what the loader is to find on them.
 #pragma once
 
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized" // <regex> with g++ 12 and sanitizers
 #include "Scenario.h"
 #include <gtest/gtest.h>
 #include <regex>

@@ -15,9 +15,9 @@ TEST(Presence, WhoAnswersThePoll)
           "16.*#40|1.*#4001", Polls + "188883F0#4001,1800C3F0#4001,");
     check("a board missed that is not required", WITH(Heat.Keys = ABSENT; Heat.State = 0), Found,
           "", "16.*#4[024].*", Polls + "168883F0#440102,169083F0#440202,");
-    check("such a board kept, or left running; a late board given up; a poll ended by an error",
+    check("such a board kept or left running; a late one given up; a poll's double remembered",
           WITH(Heat.State = 0; Right.Keys = "restart_ms = 2350\n";
-               Left.Toml = fault("error 22 0 code=5\nnth=1")),
+               Left.Toml = fault("duplicate 22 0 nth=1") + fault("error 22 0 code=5\nnth=2")),
           Found, "Loader: Erreur non gérée : 5,", "16.*#4[02].*",
           "160003F0#40,160003F0#40,160003F0#40,1600C3F0#4201,");
     check(
@@ -78,14 +78,15 @@ TEST(Presence, ExchangedBoards)
           "0 modify=1 needing=1 read_Todo_FromA2lFile, conf todo:"
           "002 001 00210 000002 PUMP       001 002 004,002 001,");
     check("an end at a number that is none, or none at an unknown item",
-          WITH(Left.HardwareItems[4] = "{ ascii = \"1\" }"; Right.HardwareItems[4] = "";
-               Heat.HardwareItems[4] = "{ short = 211 }"),
-          "0 replace=2 ctrl_NewSlavesPresence, conf errors:002 001,002 002,",
+          WITH(Left.HardwareItems[4] = "{ ascii = \"1\" }"; Right.HardwareItems[9] = "";
+               Right.HardwareItems[4] = Heat.HardwareItems[4] = "{ short = 211 }"),
+          "0 replace=2 modify=1 needing=1 ctrl_NewSlavesPresence, conf errors:002 001,002 002, "
+          "todo:002 002 00211 000001 PUMP       001 002 003,002 002,",
           "MT_Info: Erreur : Info2long - Format char ascii,Loader: Erreur : conversion,");
     check("another board's findings cleared than the first one's",
           WITH(Left.HardwareItems[4] = Right.HardwareItems[4] = "{ short = 211 }";
                Right.Toml = fault("silence 24 1 tag=2\nnth=2")),
-          "0 timeout=1 modify=1 needing=1 ctrl_NewSlavesSw, conf errors:002 002, todo:"
-          "002 002 00211 000001 PUMP       001 002 003,002 002,",
+          "0 timeout=1 modify=1 needing=1 ctrl_NewSlavesSw, conf errors:002 002, "
+          "todo:002 002 00211 000001 PUMP       001 002 003,002 002,",
           "Timeout 2 18 41,MT_Info: Timeout,");
 }
