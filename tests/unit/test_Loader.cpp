@@ -37,8 +37,6 @@ struct LOADER : BENCH {
         clear_Masks();
         FakeCan.OnSend = [this](const CAN_FRAME &Frame) { answer(Frame); };
         ForcedDistributions = Forced;
-        for (SLAVE &Board : Boards)
-            Board.State = 3;
         setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
         write_Script("/mnt/bin/ins_cf", "exit 0");
         write_Script("/mnt/bin/rm_cf", "exit 0");
@@ -213,118 +211,6 @@ TEST_F(LOADER, DatabaseChoice)
     EXPECT_EQ(read_HwTypeId_FromDbFile(2, Date, Map), -494);
 }
 
-// A second answer in one pass passed over; boards that are not required kept, or taken for missing.
-TEST_F(LOADER, Presence)
-{
-    set_All("16 40", "00", "00", "");
-    Answers[2]["16 40"].push_back("40 05|00");
-    EXPECT_EQ(get_Result(ctrl_HW()), "-1 Multiple 4");
-    EXPECT_EQ(FakeCan.Sent.size(), 2u) << "two passes and nothing else";
-
-    // Boards 0 and 1 are away and board 2 is there, the last two not required.
-    set_All("16 40", "", "", "00");
-    Boards[1].State = Boards[2].State = 0;
-    FakeCan.Sent.clear();
-    EXPECT_EQ(get_Result(ctrl_SlavePresence()), "-1 Timeout 5") << "board 2 does not rest";
-    EXPECT_EQ(FakeCan.Sent.size(), 21u);
-    EXPECT_EQ(get_Sent().back(), "160083F0#42 01");
-    EXPECT_EQ(AllGroups[BROADCAST_ALL].Mask, 1u);
-    EXPECT_EQ(NbBroadcasts, FIRST_TYPE_GROUP + 1);
-    EXPECT_EQ(Boards[1].Device + Boards[2].Device + Boards[2].BoardType, 0);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x220), 0u) << "board 2 is a sender no more";
-}
-
-// The wrong byte or mask for a flag; a software flag that stops the run.
-TEST_F(LOADER, Integrity)
-{
-    set_All("16 41", "01 00 00 01 00", "01 00 00 00 01", "01 01 01 00 00");
-    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(3)), "0 Update 2");
-    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(2)), "-1 Replace 1 Update 2");
-    set_All("16 41", "01 00 00 01 00", "", "01 00 00 00 00");
-    EXPECT_EQ(get_Result(ctrl_SlaveIntegrity(2)), "-1 Timeout 2 Replace 1 Update 2");
-    Answers[2]["16 41"] = {"41 05"};
-    EXPECT_EQ(ctrl_SlaveIntegrity(3), GEN_ERR_MULTIPLE_ADDRESS);
-    EXPECT_EQ(count_Asked("0 16 41"), 2) << "a board to be replaced is left alone";
-}
-
-// Address bytes the wrong way round, the last slave moved, a first 0x82 taken for the answer.
-TEST_F(LOADER, Addressing)
-{
-    Boards[0].FuncAddr1 = 5;
-    Boards[0].FuncAddr2 = 6;
-    Answers[0]["16 44"] = {"04 82|04 00"};
-    BM_SLAVE_CAST Known = 0; // by its new address, when the next board is asked
-    FakeCan.OnSend = [&](const CAN_FRAME &Frame) {
-        Known = Id2Mask(CAN_A, 0xC50);
-        answer(Frame);
-    };
-    EXPECT_EQ(get_Result(AdPhys2AdCan()), "-1 Timeout 2");
-    EXPECT_EQ(get_Sent(), (std::vector<string>{"160843F0#44 06 05", "161043F0#44 00 00"}));
-    EXPECT_EQ(Known, 1u);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x410), 2u) << "a silent board keeps its address";
-    Answers[1]["16 44"] = {"44 82|44 82"};
-    EXPECT_EXIT(AdPhys2AdCan(), testing::ExitedWithCode(-896 & 0xFF), "");
-    Answers[1]["16 44"] = {"44 82|44 05"};
-    EXPECT_EXIT(AdPhys2AdCan(), testing::ExitedWithCode(1), "");
-}
-
-// Item 9 that costs a distribution, a board that does not convert and ends the phase, or a board
-// that does not know the item and does not.
-TEST_F(LOADER, ExchangedBoards)
-{
-    set_Shorts("18 40 04", 301, 0xFFFE, 0xFFFE);
-    set_Shorts("18 40 09", 0, 8, 0);
-    Answers[0]["18 40 04"].push_front("00 00 04 01 04 31");
-    Boards[1].HwInfo4 = Boards[2].HwInfo4 = 0xFFFE;
-    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "-1 Replace 1 New 2");
-    EXPECT_EQ(count_Asked("0 18 40 09") * 10 + count_Asked("2 18 40 09"), 1);
-
-    clear_Masks();
-    Boards[1].HwInfo9 = 7;
-    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "0 New 3 NoDist 1");
-    EXPECT_EQ(Boards[0].HwInfo4 * 10 + Boards[1].HwInfo9, 3018);
-    EXPECT_EQ(Boards[0].Changed + Boards[1].Changed + 2 * Boards[2].Changed, 2);
-
-    clear_Masks();
-    Answers[1]["18 40 04"] = {"40 80"};
-    Asked.clear();
-    EXPECT_EQ(get_Result(ctrl_NewSlavesPresence()), "-1 Replace 2");
-    EXPECT_EQ(Asked, "0 18 40 04, 0 18 40 09, 1 18 40 04, ");
-}
-
-// A board that the database serves: what is written, that the next one is not looked up and
-// the one after it is.
-TEST_F(LOADER, HardwareTypeFromDatabase)
-{
-    const string Good = "00 00 01 02 06 00 02";
-    Boards[0].TypeId = Boards[1].TypeId = Boards[2].TypeId = 9;
-    set_Database("4699\n1421280000\ncard 12 A 1 1 0002\n");
-    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", "00 00 01 00 06");
-    Answers[0]["18 40 01"].push_back(Good);
-    Answers[0]["18 60"] = {"20 00"};
-    Answers[2]["18 40 04"] = {"40 80"};
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 6");
-    EXPECT_EQ(Asked, "0 18 40 01, 0 18 40 04, 0 18 40 05, 0 18 40 06, 0 18 40 07, 0 18 60 01, "
-                     "0 18 60 02, 0 18 40 01, 1 18 40 01, 2 18 40 01, "
-                     "2 18 40 04, ");
-    const std::vector<string> Sent = get_Sent();
-    EXPECT_EQ(std::vector<string>(Sent.begin() + 5, Sent.begin() + 9),
-              (std::vector<string>{"180843F0#60 01 02 06 00 02", "180843F8#60 82 02 0B 05 31 34 32",
-                                   "180843F8#60 01 31 32 38 30 30 30", "180843F8#60 00 30 00"}));
-
-    // A board that refuses the map is done with, and so is nobody else.
-    clear_Masks();
-    Answers[0]["18 60"] = {"60 81"};
-    set_All("18 40 01", "40 80", Good, Good);
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 1");
-    EXPECT_EQ(count_Asked("2 18 40 01"), 2);
-
-    // A map that no message holds is stopped where it is sent, not taken for a missing database.
-    clear_Masks();
-    set_Database("4699\n1421280000\ncard 12 A 1 1 " + string(1532, 'F') + "\n");
-    EXPECT_DEATH(ctrl_HwTypeIdCompatibility(), "pMsg->NbP <= 768");
-}
-
 // A board condemned by a database that is older than its own; dates asked for again and again; the
 // end of the checks at a board that knows neither its map nor its identity.
 TEST_F(LOADER, HardwareTypeWithoutEntry)
@@ -348,44 +234,8 @@ TEST_F(LOADER, HardwareTypeWithoutEntry)
     EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
 }
 
-// Bounds taken as exclusive or unsigned; the masks mixed up; an unknown bound that does not end
-// the checks.
-TEST_F(LOADER, Software)
-{
-    set_All("16 41", "01 00 00 00 00", "01 00 00 00 00", "01 00 00 00 00");
-    set_All("18 41 01", "01 00 01 01 06 01", "01 00 01 00 06", "01 00 01 01 06 01");
-    set_Shorts("18 40 08", 0xFFFB, 0xFFFE, 9);
-    set_Shorts("18 41 09", 0xFFFB, 3, 9);
-    set_Shorts("18 41 0A", 0xFFFB, 9, 0xFFFE);
-    EXPECT_EQ(get_Result(ctrl_SW()), "0 NoDist 2 Update 4");
-    EXPECT_EQ(Boards[0].IndexOfCompatibility, 0xFFFB);
-    EXPECT_EQ(count_Asked("1 18 41 0A"), 0);
-
-    Asked.clear();
-    Answers[0]["18 41 09"] = {"41 80"};
-    EXPECT_EQ(get_Result(ctrl_SW()), "0 NoDist 2 Update 5");
-    EXPECT_EQ(Asked, "0 16 41, 1 16 41, 2 16 41, 0 18 41 01, 1 18 41 01, 0 18 40 08, 0 18 41 09, ");
-}
-
 static const char *const NAME_AB = "01 00 02 02 05 41 42";
 static const char *const NAME_LONG = "01 00 02 0C 05 41 42 43 44 45 46 47 48 49 4A 4B 39";
-
-// Mnemonics compared whole; a broken check that clears another bit than the first.
-TEST_F(LOADER, SoftwareOfExchangedBoards)
-{
-    for (SLAVE &Board : Boards) {
-        snprintf(Board.DistName, sizeof Board.DistName, "%s", "ABC");
-        memset(Board.DistVersion, 1, 3);
-    }
-    set_All("18 41 02", NAME_AB, NAME_AB, NAME_AB);
-    set_Shorts("18 41 03", 1, 1, 1);
-    set_Shorts("18 41 04", 1, 1, 1);
-    set_Shorts("18 41 05", 2, 1, 0x101);
-    NewSlavesMask = 7;
-    EXPECT_EQ(get_Result(ctrl_NewSlavesSw()), "0 New 7 NoDist 5");
-    Answers[2].clear();
-    EXPECT_EQ(get_Result(ctrl_NewSlavesSw()), "-1 Timeout 4 New 6 NoDist 4");
-}
 
 // Forced requests that lose against an update, are lost when done or deleted with a bad archive.
 TEST_F(LOADER, Download)
@@ -473,26 +323,4 @@ TEST_F(LOADER, NamesAfterForcedDownloads)
     ForcedDownloadMask = 1;
     set_Shorts("18 41 04", 256, 0, 0);
     EXPECT_DEATH(update_SlavesInfo_Sw(), "tmpInt\\[1\\] < 256");
-}
-
-// The next structure below a refused one, and the start with what was agreed on.
-TEST_F(LOADER, ProtocolsAndStart)
-{
-    const string Levels = "01 00 0B 05 06 02 01 05 00 00"; // structure 2, levels 1 to 5
-    set_All("18 41 0B", Levels, Levels, Levels);
-    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\ncana 2 1 9\ncana 3 1 9\n");
-    EXPECT_EQ(get_Result(ctrl_Protocols()), "0");
-    EXPECT_EQ(AllGroups[CAN_A].ProtocolStructure * 10 + AllGroups[CAN_A].ProtocolLevel, 25);
-    EXPECT_EQ(FakeCan.Sent.size(), 2u);
-
-    FakeCan.Sent.clear();
-    Boards[0].IndexOfCompatibility = 300;
-    Boards[1].State = 1;
-    Answers[0]["16 45"] = {"45 05"}; // an error answer: it has got the command
-    EXPECT_EQ(get_Result(start_Applications()), "-1 Timeout 2");
-    EXPECT_EQ(get_Sent(), (std::vector<string>{"160843F8#45 81 01 01 02 05 00 00",
-                                               "160843F8#45 00 01 2C", "161043F0#42 02"}));
-    clear_Masks();
-    write_File(PATH_APPL_PROTOCOLS, "4698\n1\n1.0\n0\nttyS0 2 1 9\n");
-    EXPECT_EQ(get_Result(ctrl_Protocols()), "0 NoDist 7");
 }
