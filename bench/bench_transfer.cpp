@@ -6,6 +6,9 @@
 // A chunk of a download is a command of 768 bytes in 128 frames and its acknowledge: without stuff
 // bits 128 x 131 + 83 = 16851 bits. A chunk of an upload is a command of two bytes, and 766 bytes
 // in an answer of 128 frames. The limit is the payload over the time that all these frames take.
+//
+// The rest of the time: board, its response time; poll, the loader's look at the bus every 10 ms;
+// quantum, what a tenth of the usual one saves (a wait of the machine takes at least a quantum).
 #include "bus/Bus.h"
 #include "Scenario.h"
 #include <algorithm>
