@@ -334,7 +334,7 @@ std::string take_Word(std::string_view &Command)
     const bool Quoted = !Command.empty() && Command.front() == '"';
     Command.remove_prefix(Quoted ? 1 : 0);
     const std::size_t End = std::min(Command.find(Quoted ? '"' : ' '), Command.size());
-    const std::string Word{Command.substr(0, End)};
+    std::string Word{Command.substr(0, End)};
     Command.remove_prefix(std::min(End + 1, Command.size()));
     return Word;
 }
@@ -459,6 +459,8 @@ struct DynamicTables {
     } Slots[2];             // of functions called, of functions whose address is taken
 };
 
+// The dynamic linker's tables hold addresses as numbers.
+// NOLINTBEGIN(performance-no-int-to-ptr)
 DynamicTables read_Dynamic(const ElfW(Dyn) * Entry)
 {
     DynamicTables Read;
@@ -532,6 +534,7 @@ int watch_Program(dl_phdr_info *Program, std::size_t, void *)
     }
     return 1;
 }
+// NOLINTEND(performance-no-int-to-ptr)
 
 } // namespace
 

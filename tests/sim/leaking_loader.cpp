@@ -7,7 +7,8 @@ int main()
 {
     if (open("/dev/cana", O_RDWR) < 0)
         return 1;
+    // NOLINTNEXTLINE(clang-analyzer-*): the leak is the point
     void *volatile Lost = malloc(77);
     Lost = nullptr;
-    return Lost != nullptr ? 1 : 0;
+    return Lost != nullptr ? 1 : 0; // NOLINT(clang-analyzer-*)
 }
