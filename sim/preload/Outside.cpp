@@ -1,6 +1,7 @@
 #include "preload/Outside.h"
 #include "preload/Next.h"
 #include "preload/Session.h"
+#include "preload/Turn.h"
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -52,6 +53,77 @@ const OutsideFault *find_Fault(OutsideCall Call, unsigned Nth)
     return nullptr;
 }
 
+// What a call met outside the process.
+enum class Effect { None, Looked, Reached, Changed };
+
+// Numbers in rising order, as runs of them.
+class Numbers
+{
+  public:
+    void add(unsigned Number)
+    {
+        if (!Runs.empty() && Runs.back().second + 1 == Number) {
+            Runs.back().second = Number;
+        } else {
+            Runs.emplace_back(Number, Number);
+        }
+    }
+
+    std::string show() const
+    {
+        std::string Text;
+        for (const auto &[First, Last] : Runs) {
+            Text += (Text.empty() ? "" : ",") + std::to_string(First);
+            Text += First == Last ? "" : "-" + std::to_string(Last);
+        }
+        return Text;
+    }
+
+  private:
+    std::vector<std::pair<unsigned, unsigned>> Runs;
+};
+
+struct Told {
+    Numbers Reaching;
+    Numbers Changing;
+};
+
+// Two kinds of looks at the driver, for a frame and at the timer. A loader that waits looks
+// again and again; what it makes of the first looks it makes of all until something happens.
+constexpr unsigned NB_LOOKS_TOLD = 3;
+struct Looks {
+    unsigned NbEvents{}; // NbEvents of the whole when it was last looked ...
+    unsigned Count{};    // so many times
+};
+
+// All three are met with the turn only.
+std::array<Told, std::size(OutsideCallNames)> &Known =
+    *new std::array<Told, std::size(OutsideCallNames)>; // never destroyed, as above
+Looks LooksForFrame, LooksAtTimer;
+unsigned NbEvents; // calls that reached beyond the process, looks that found nothing aside
+
+void note_Effect(OutsideCall Call, unsigned Nth, Effect Met)
+{
+    const turn::Inside Guard;
+    Told &Kind = Known[static_cast<std::size_t>(Call)];
+    if (Met != Effect::None) {
+        Kind.Reaching.add(Nth);
+        NbEvents += Met == Effect::Looked ? 0 : 1;
+    }
+    if (Met == Effect::Changed) {
+        Kind.Changing.add(Nth);
+    }
+}
+
+Effect count_Look(Looks &Earlier)
+{
+    const turn::Inside Guard;
+    if (Earlier.NbEvents != NbEvents) {
+        Earlier = {NbEvents, 0};
+    }
+    return ++Earlier.Count <= NB_LOOKS_TOLD ? Effect::Looked : Effect::None;
+}
+
 bool is_Cut(OutsideCall Call, unsigned Nth, CutMoment When)
 {
     return Cut != nullptr && Cut->Call == Call && Cut->Nth == Nth && Cut->When == When;
@@ -59,10 +131,10 @@ bool is_Cut(OutsideCall Call, unsigned Nth, CutMoment When)
 
 void do_Nothing() {}
 
-// One call of the program. Really makes it, Fail(fault) stands for it when it is to fail, Half
-// does what of it is done when the power goes in its middle.
-template <typename Call, typename Failure, typename Middle = void (*)()>
-auto pass(OutsideCall Kind, Call Really, Failure Fail, Middle Half = do_Nothing)
+// One call of the program. Really makes it, Fail(fault) stands for it when it is to fail, Tell(its
+// result) says what it met, Half does what of it is done when the power goes in its middle.
+template <typename Call, typename Failure, typename Telling, typename Middle = void (*)()>
+auto pass(OutsideCall Kind, Call Really, Failure Fail, Telling Tell, Middle Half = do_Nothing)
 {
     if (Ended) {
         return Really();
@@ -77,6 +149,9 @@ auto pass(OutsideCall Kind, Call Really, Failure Fail, Middle Half = do_Nothing)
     }
     const OutsideFault *const Planned = find_Fault(Kind, Nth);
     const auto Result = Planned == nullptr ? Really() : Fail(*Planned);
+    if (Planned == nullptr) {
+        note_Effect(Kind, Nth, Tell(Result));
+    }
     if (is_Cut(Kind, Nth, CutMoment::After)) {
         session::cut_Power();
     }
@@ -93,6 +168,10 @@ auto make_Failure(T Result)
     };
 }
 
+// For calls that meet the same whatever comes of them.
+constexpr auto tell_Reached = [](const auto &) { return Effect::Reached; };
+constexpr auto tell_Changed = [](const auto &) { return Effect::Changed; };
+
 // Files by number and by name.
 
 int open_Path(const char *Path, int Flags, ...)
@@ -107,13 +186,18 @@ int open_Path(const char *Path, int Flags, ...)
     const bool Driver = strcmp(Path, session::DRIVER_PATH) == 0;
     return pass(
         Driver ? OutsideCall::Driver : OutsideCall::Open, [&] { return ::open(Path, Flags, Mode); },
-        make_Failure(-1));
+        make_Failure(-1),
+        [&](int) {
+            return !Driver && (Flags & (O_CREAT | O_TRUNC)) != 0 ? Effect::Changed
+                                                                 : Effect::Reached;
+        });
 }
 
 ssize_t read_Fd(int Fd, void *Data, std::size_t Size)
 {
     return pass(
-        OutsideCall::Read, [&] { return ::read(Fd, Data, Size); }, make_Failure(ssize_t{-1}));
+        OutsideCall::Read, [&] { return ::read(Fd, Data, Size); }, make_Failure(ssize_t{-1}),
+        tell_Reached);
 }
 
 ssize_t write_Fd(int Fd, const void *Data, std::size_t Size)
@@ -123,14 +207,14 @@ ssize_t write_Fd(int Fd, const void *Data, std::size_t Size)
         return Write(Size);
     }
     return pass(
-        OutsideCall::Write, [&] { return Write(Size); }, make_Failure(ssize_t{-1}),
+        OutsideCall::Write, [&] { return Write(Size); }, make_Failure(ssize_t{-1}), tell_Changed,
         [&] { Write(Size / 2); });
 }
 
 int sync_Fd(int Fd)
 {
     return pass(
-        OutsideCall::Write, [&] { return ::fsync(Fd); }, make_Failure(-1));
+        OutsideCall::Write, [&] { return ::fsync(Fd); }, make_Failure(-1), tell_Changed);
 }
 
 int close_Fd(int Fd)
@@ -140,37 +224,38 @@ int close_Fd(int Fd)
         [&](const OutsideFault &Planned) {
             ::close(Fd);
             return make_Failure(-1)(Planned);
-        });
+        },
+        tell_Reached);
 }
 
 int rename_Path(const char *Old, const char *New)
 {
     return pass(
-        OutsideCall::Rename, [&] { return ::rename(Old, New); }, make_Failure(-1));
+        OutsideCall::Rename, [&] { return ::rename(Old, New); }, make_Failure(-1), tell_Changed);
 }
 
 int remove_Path(const char *Path)
 {
     return pass(
-        OutsideCall::Remove, [&] { return ::remove(Path); }, make_Failure(-1));
+        OutsideCall::Remove, [&] { return ::remove(Path); }, make_Failure(-1), tell_Changed);
 }
 
 int unlink_Path(const char *Path)
 {
     return pass(
-        OutsideCall::Remove, [&] { return ::unlink(Path); }, make_Failure(-1));
+        OutsideCall::Remove, [&] { return ::unlink(Path); }, make_Failure(-1), tell_Changed);
 }
 
 int make_Folder(const char *Path, mode_t Mode)
 {
     return pass(
-        OutsideCall::Mkdir, [&] { return ::mkdir(Path, Mode); }, make_Failure(-1));
+        OutsideCall::Mkdir, [&] { return ::mkdir(Path, Mode); }, make_Failure(-1), tell_Changed);
 }
 
 int change_Folder(const char *Path)
 {
     return pass(
-        OutsideCall::Chdir, [&] { return ::chdir(Path); }, make_Failure(-1));
+        OutsideCall::Chdir, [&] { return ::chdir(Path); }, make_Failure(-1), tell_Reached);
 }
 
 // Streams. What the program writes to its terminal is no file.
@@ -205,26 +290,46 @@ FILE *open_Stream(const char *Path, const char *Mode)
 {
     return pass(
         OutsideCall::Open, [&] { return ::fopen(Path, Mode); },
-        make_Failure(static_cast<FILE *>(nullptr)));
+        make_Failure(static_cast<FILE *>(nullptr)),
+        [&](FILE *) { return *Mode == 'r' ? Effect::Reached : Effect::Changed; });
+}
+
+// Bytes that the stream has read ahead.
+std::ptrdiff_t get_NbWaiting(const FILE *Stream)
+{
+    return Stream->_IO_read_end - Stream->_IO_read_ptr;
 }
 
 template <typename Call, typename T>
 auto pass_Read(FILE *Stream, Call Really, T Failure)
 {
-    return is_Terminal(Stream)
-               ? Really()
-               : pass(OutsideCall::Read, Really, make_StreamFailure(Stream, Failure));
+    if (is_Terminal(Stream)) {
+        return Really();
+    }
+    const std::ptrdiff_t Waiting = get_NbWaiting(Stream);
+    return pass(OutsideCall::Read, Really, make_StreamFailure(Stream, Failure), [&](const auto &) {
+        const bool Filled = Waiting == 0 || get_NbWaiting(Stream) > Waiting || feof(Stream) != 0;
+        return Filled ? Effect::Reached : Effect::None;
+    });
 }
 
 template <typename Call, typename T>
 auto pass_Write(FILE *Stream, Call Really, T Failure)
 {
-    return is_Terminal(Stream)
-               ? Really()
-               : pass(OutsideCall::Write, Really, make_StreamFailure(Stream, Failure), [&] {
-                     Really();
-                     write_HalfOfBuffer(Stream);
-                 });
+    if (is_Terminal(Stream)) {
+        return Really();
+    }
+    const std::size_t Waiting = __fpending(Stream);
+    return pass(
+        OutsideCall::Write, Really, make_StreamFailure(Stream, Failure),
+        [&](const auto &) {
+            const std::size_t Left = __fpending(Stream);
+            return Left == 0 || Left < Waiting ? Effect::Changed : Effect::None;
+        },
+        [&] {
+            Really();
+            write_HalfOfBuffer(Stream);
+        });
 }
 
 std::size_t read_Stream(void *Data, std::size_t Size, std::size_t Count, FILE *Stream)
@@ -287,6 +392,7 @@ int flush_Stream(FILE *Stream)
 // A close that fails loses what still waits in the buffer.
 int close_Stream(FILE *Stream)
 {
+    const bool Held = __fpending(Stream) > 0;
     return pass(
         OutsideCall::Close, [&] { return ::fclose(Stream); },
         [&](const OutsideFault &Planned) {
@@ -294,6 +400,7 @@ int close_Stream(FILE *Stream)
             ::fclose(Stream);
             return make_Failure(EOF)(Planned);
         },
+        [Held](int) { return Held ? Effect::Changed : Effect::Reached; },
         [&] { write_HalfOfBuffer(Stream); });
 }
 
@@ -302,7 +409,7 @@ int close_Stream(FILE *Stream)
 template <typename Call>
 auto pass_Allocation(Call Really)
 {
-    return pass(OutsideCall::Allocation, Really, make_Failure(decltype(Really()){}));
+    return pass(OutsideCall::Allocation, Really, make_Failure(decltype(Really()){}), tell_Reached);
 }
 
 void *allocate(std::size_t Size)
@@ -382,7 +489,7 @@ int run_Command(const char *Command)
             }
             return Planned.ExitStatus << 8;
         },
-        [&] { run_HalfOf(Command); });
+        tell_Changed, [&] { run_HalfOf(Command); });
 }
 
 // Driver and threads.
@@ -390,7 +497,20 @@ int run_Command(const char *Command)
 int request_Driver(int Fd, unsigned long Request, void *Argument)
 {
     return pass(
-        OutsideCall::Driver, [&] { return ::ioctl(Fd, Request, Argument); }, make_Failure(-1));
+        OutsideCall::Driver, [&] { return ::ioctl(Fd, Request, Argument); }, make_Failure(-1),
+        [Request](int Result) {
+            switch (session::get_RequestKind(Request).value_or(DriverRequest::Open)) {
+            case DriverRequest::Send:
+            case DriverRequest::Reset:
+                return Effect::Changed;
+            case DriverRequest::Timer:
+                return count_Look(LooksAtTimer);
+            case DriverRequest::Receive:
+                return Result == 0 ? Effect::Reached : count_Look(LooksForFrame);
+            default:
+                return Effect::Reached;
+            }
+        });
 }
 
 int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*Start)(void *),
@@ -398,7 +518,7 @@ int create_Thread(pthread_t *Handle, const pthread_attr_t *Attributes, void *(*S
 {
     return pass(
         OutsideCall::Thread, [&] { return ::pthread_create(Handle, Attributes, Start, Argument); },
-        [](const OutsideFault &Planned) { return Planned.Errno; });
+        [](const OutsideFault &Planned) { return Planned.Errno; }, tell_Reached);
 }
 
 // What the program calls, and what it meets instead.
@@ -548,6 +668,16 @@ void start(const std::vector<OutsideFault> &Planned, const std::optional<PowerCu
 unsigned get_Count(OutsideCall Call)
 {
     return Counts[static_cast<std::size_t>(Call)];
+}
+
+std::string get_Reaching(OutsideCall Call)
+{
+    return Known[static_cast<std::size_t>(Call)].Reaching.show();
+}
+
+std::string get_Changing(OutsideCall Call)
+{
+    return Known[static_cast<std::size_t>(Call)].Changing.show();
 }
 
 const std::vector<std::string> &get_Commands()

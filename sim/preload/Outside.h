@@ -7,6 +7,8 @@
 #pragma once
 
 #include "machine/Machine.h"
+#include <string>
+#include <vector>
 
 namespace qxsim::outside
 {
@@ -16,6 +18,12 @@ void start(const std::vector<OutsideFault> &Faults, const std::optional<PowerCut
 
 // Calls of the kind so far, failed ones included.
 unsigned get_Count(OutsideCall Call);
+
+// Which of the kind's calls, from 1, went beyond the process: all but those that a stream's buffer
+// served, and looks at the driver (an empty receive, the timer) from the fourth on in which nothing
+// else went beyond it. And which of these changed something out there. As "1-4,7", rising.
+std::string get_Reaching(OutsideCall Call);
+std::string get_Changing(OutsideCall Call);
 
 // Command lines that the loader gave to the shell so far, in their order.
 const std::vector<std::string> &get_Commands();

@@ -280,25 +280,6 @@ int serve(unsigned long Request, void *Argument)
     }
 }
 
-// What a driver fault of the machine may strike.
-std::optional<DriverRequest> get_Kind(unsigned long Request)
-{
-    switch (Request) {
-    case REQUEST_RESET:
-        return DriverRequest::Reset;
-    case REQUEST_SEND:
-    case REQUEST_SEND_NO_BLOCK:
-        return DriverRequest::Send;
-    case REQUEST_RECEIVE:
-    case REQUEST_RECEIVE_NO_BLOCK:
-        return DriverRequest::Receive;
-    case REQUEST_SYS_TIMER:
-        return DriverRequest::Timer;
-    default:
-        return std::nullopt;
-    }
-}
-
 // What the process has from the system. The folder's own descriptor, gone by then, is no number of
 // a file any more.
 Names find_Descriptors()
@@ -419,7 +400,10 @@ std::string make_Result(std::optional<int> Whole)
     add_Line(Text, "driver.received=%" PRIu64 "\n", Counters.Received);
     add_Line(Text, "driver.overflows=%" PRIu64 "\n", Counters.Overflows);
     for (const OutsideCallName &Named : OutsideCallNames) {
-        add_Line(Text, "outside.%s=%u\n", Named.Name, outside::get_Count(Named.Call));
+        const std::string Key = std::string{"outside."} + Named.Name;
+        Text += Key + "=" + std::to_string(outside::get_Count(Named.Call)) + "\n";
+        Text += Key + ".reaching=" + outside::get_Reaching(Named.Call) + "\n";
+        Text += Key + ".changing=" + outside::get_Changing(Named.Call) + "\n";
     }
     add_Commands(Text);
     add_Left(Text);
@@ -493,11 +477,29 @@ void close_Driver()
     Current->Port.close();
 }
 
+std::optional<DriverRequest> get_RequestKind(unsigned long Request)
+{
+    switch (Request) {
+    case REQUEST_RESET:
+        return DriverRequest::Reset;
+    case REQUEST_SEND:
+    case REQUEST_SEND_NO_BLOCK:
+        return DriverRequest::Send;
+    case REQUEST_RECEIVE:
+    case REQUEST_RECEIVE_NO_BLOCK:
+        return DriverRequest::Receive;
+    case REQUEST_SYS_TIMER:
+        return DriverRequest::Timer;
+    default:
+        return std::nullopt;
+    }
+}
+
 int request(unsigned long Request, void *Argument)
 {
     ++Current->Requests;
     turn::wait_Until(turn::get_Now() + Current->Described.Driver.CallCost);
-    if (const std::optional<DriverRequest> Kind = get_Kind(Request)) {
+    if (const std::optional<DriverRequest> Kind = get_RequestKind(Request)) {
         if (const std::optional<int> Failure = Current->Port.count_Request(*Kind)) {
             errno = EIO;
             return *Failure;

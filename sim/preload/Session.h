@@ -11,6 +11,7 @@
 
 #include "../src/CanFrame.h"
 #include "Frame.h"
+#include "machine/Machine.h"
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -32,6 +33,9 @@ Time get_Date();
 std::optional<int> open_Driver(); // nullopt: the open succeeds
 void close_Driver();
 int request(unsigned long Request, void *Argument);
+
+// What the driver's request is for; nullopt: none of what a machine can let fail.
+std::optional<DriverRequest> get_RequestKind(unsigned long Request);
 
 // Text that the loader wrote to its standard output just now.
 void record_Output(std::string_view Text);

@@ -3,6 +3,7 @@
 #include "board/Message.h"
 #include "machine/MachineFolder.h"
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 namespace qxsweep
@@ -78,12 +79,15 @@ constexpr OutsideForm OUTSIDE_FORMS[] = {
     {"[[outside.fault]]", "run = true", " shell "},
     {"[cut]", "when = \"before\"", ""},
     {"[cut]", "when = \"middle\"", " write close shell "},
-    // What changes nothing outside is the same after it as before it.
-    {"[cut]", "when = \"after\"", " open write close rename remove mkdir shell driver "},
+    // What changes nothing outside is the same after it as before it. After a request of the driver
+    // is before the next call.
+    {"[cut]", "when = \"after\"", " open write close rename remove mkdir shell "},
 };
 
-constexpr unsigned NB_CALLS_EACH = 40;   // of a kind: every one of the first
-constexpr unsigned NB_CALLS_SPREAD = 60; // and so many of the others
+// Calls that are struck although nothing beyond the process should tell them from others: of each
+// kind every one of the first, and so many of the rest.
+constexpr unsigned NB_CALLS_EACH = 40;
+constexpr unsigned NB_CALLS_SPREAD = 60;
 
 bool is_InReach(const ReceivedCommand &Struck, Reach Strikes)
 {
@@ -227,17 +231,47 @@ std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Com
     return Plan;
 }
 
+namespace
+{
+
+// The calls of a kind to strike: those of the result's list ("1-4,7"), and the others as above.
+std::set<unsigned> choose_Calls(const std::string &List, unsigned NbCalls)
+{
+    std::set<unsigned> Chosen;
+    std::istringstream Text{List};
+    unsigned First = 0;
+    while (Text >> First) {
+        unsigned Last = First;
+        if (Text.peek() == '-') {
+            Text.ignore();
+            Text >> Last;
+        }
+        for (; First <= Last; ++First) {
+            Chosen.insert(First);
+        }
+        Text.ignore(); // the comma
+    }
+    const unsigned Step = std::max(1U, NbCalls / NB_CALLS_SPREAD);
+    for (unsigned Nth = 1; Nth <= NbCalls; Nth += Nth < NB_CALLS_EACH ? 1 : Step) {
+        Chosen.insert(Nth);
+    }
+    return Chosen;
+}
+
+} // namespace
+
 std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::string> &Result)
 {
     const std::string Prefix = "outside.";
     std::vector<PlannedRun> Plan;
     for (const auto &[Key, Count] : Result) {
-        if (!Key.starts_with(Prefix)) {
+        if (!Key.starts_with(Prefix) || Key.find('.', Prefix.size()) != std::string::npos) {
             continue;
         }
         const std::string Call = Key.substr(Prefix.size());
         const auto NbCalls = static_cast<unsigned>(std::stoul(Count));
-        const unsigned Step = std::max(1U, NbCalls / NB_CALLS_SPREAD);
+        const std::set<unsigned> Reaching = choose_Calls(Result.at(Key + ".reaching"), NbCalls);
+        const std::set<unsigned> Changing = choose_Calls(Result.at(Key + ".changing"), NbCalls);
         for (const OutsideForm &Form : OUTSIDE_FORMS) {
             const std::string Calls = Form.Calls;
             if (!Calls.empty() && Calls.find(" " + Call + " ") == std::string::npos) {
@@ -246,7 +280,7 @@ std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::stri
             const bool Cut = std::string{Form.Table} == "[cut]";
             std::string Kind = (Cut ? "cut at " : "failing ") + Call;
             Kind.append(*Form.Keys == 0 ? "" : " ").append(Form.Keys);
-            for (unsigned Nth = 1; Nth <= NbCalls; Nth += Nth < NB_CALLS_EACH ? 1 : Step) {
+            for (const unsigned Nth : Cut ? Changing : Reaching) {
                 const std::string Place = "nth " + std::to_string(Nth);
                 Plan.push_back({Kind, Place, "",
                                 std::string{Form.Table} + "\ncall = \"" + Call +

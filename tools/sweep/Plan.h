@@ -41,9 +41,10 @@ std::vector<ReceivedCommand> read_Commands(const std::string &Trace,
 std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Commands,
                                          const std::vector<std::string> &Boards);
 
-// Each call to the outside failing, and the power going at each. Result is that of the good start.
-// Kinds with thousands of calls (a byte read, a look at the driver) are struck at their first ones
-// and then at regular distances.
+// Each call to the outside failing, and the power going at each. Result is that of the good start:
+// every call fails that reaches beyond the process, the power goes at every one that changes
+// something there. Of the others (a byte out of a buffer, a look at the driver that finds what the
+// last one found) the first of each kind and some at regular distances are struck as well.
 std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::string> &Result);
 
 } // namespace qxsweep

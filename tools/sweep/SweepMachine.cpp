@@ -119,6 +119,17 @@ constexpr const char *TODO = "cana 2 2 AXIS.1.1.0\n";
 constexpr const char *DATABASE =
     "4699\n1765000000\nSCALE 510 A 1 0 000020\nSCALE 510 C 2 1 000010\n";
 
+constexpr std::size_t LOG_SIZE = 21000; // more than the loader keeps: every start shortens it
+
+std::string make_Log()
+{
+    std::string Text;
+    for (int Line = 0; Text.size() < LOG_SIZE; ++Line) {
+        Text += "Sat Mar 14 06:30:00 Line " + std::to_string(Line) + "\n";
+    }
+    return Text;
+}
+
 // A program of about Size bytes that compresses badly, as real ones do.
 qxdist::Bytes make_Program(unsigned Seed, std::size_t Size)
 {
@@ -167,7 +178,7 @@ void make_Machine(const fs::path &Folder)
     write_Text(Folder / "config/appl.todo", HEADER + std::string{TODO});
 
     const fs::path Store = Folder / "card/slave_sw";
-    fs::create_directories(Folder / "card/log");
+    write_Text(Folder / "card/log/loader.log", make_Log());
     qxdist::write_Archive(Store / "AXIS.1.1.0.tar.gz", make_Software("AXIS", 1, 1, 9));
     qxdist::write_Archive(Store / "HEAT.2.1.0.tar.gz", make_Software("HEAT", 2, 1, 9));
     qxdist::write_Archive(Store / "SCALE.1.0.0.tar.gz", make_Software("SCALE", 1, 0, 9));
