@@ -5,8 +5,11 @@
 #include "Log.h"
 #include "Paths.h"
 #include "Status.h"
+#include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 static const char SOURCE[] = "../src/A2l";
 static const char REMOVE_COMMAND[] = "rm " PATH_APPL_TODO;
@@ -131,12 +134,71 @@ static int read_Requests()
     return Status;
 }
 
+// ---- Requests that a power cut may end
+
+// appl.todo goes before the first download, so that a request that ends the loader is not repeated
+// for ever. A power cut is no fault of the request: while it is carried out the file has another
+// name, under which the next start finds it. Once only: a machine may be switched off because of
+// what the request does.
+
+static bool Repeated;
+
+// Name of the request that is being carried out, null none. Exchanged with acq_rel: who takes the
+// name away, on whichever thread ends the process, finds the file that was linked before.
+static std::atomic<const char *> KeptRequest{nullptr};
+
+static bool is_There(const char *Path)
+{
+    return access(Path, F_OK) == 0;
+}
+
+static void remove_Kept(const char *Path)
+{
+    if (unlink(Path) != 0 && errno != ENOENT)
+        REPORT("Erreur : unlink(%s)", Path);
+}
+
+static void restore_CutRequest()
+{
+    Repeated = false;
+    if (is_There(PATH_APPL_TODO)) { // not yet begun, or a newer one
+        remove_Kept(PATH_TODO_CUT);
+        remove_Kept(PATH_TODO_REPEATED);
+    } else if (is_There(PATH_TODO_REPEATED)) {
+        REPORT("Demande interrompue deux fois, abandonnée : %s", PATH_APPL_TODO);
+        remove_Kept(PATH_TODO_REPEATED);
+    } else if (is_There(PATH_TODO_CUT)) {
+        Repeated = rename(PATH_TODO_CUT, PATH_APPL_TODO) == 0;
+        REPORT("Demande interrompue, %s : %s", Repeated ? "reprise" : "non reprise",
+               PATH_APPL_TODO);
+    }
+}
+
+// Without its second name the request is carried out all the same.
+static void keep_Request()
+{
+    const char *const Name = Repeated ? PATH_TODO_REPEATED : PATH_TODO_CUT;
+    if (link(PATH_APPL_TODO, Name) != 0) {
+        REPORT("Erreur : link(%s)", Name);
+        return;
+    }
+    KeptRequest.exchange(Name, std::memory_order_acq_rel);
+}
+
+void end_Request()
+{
+    const char *const Name = KeptRequest.exchange(nullptr, std::memory_order_acq_rel);
+    if (Name)
+        remove_Kept(Name);
+}
+
 int read_Todo_FromA2lFile()
 {
     ASSERT(ForcedDownloadMask == 0, "ForcedDownloadMask == 0");
     ASSERT(ForcedDistributions == nullptr, "ForcedDistributions == ((void *)0)");
     ASSERT(A2lFile == nullptr, "A2lFile == ((void *)0)");
 
+    restore_CutRequest();
     const int Presence = ctrl_FilePresence(PATH_APPL_TODO);
     if (Presence == 0)
         return 0;
@@ -156,6 +218,8 @@ int read_Todo_FromA2lFile()
         Status = read_Requests();
     fclose(A2lFile);
     A2lFile = nullptr;
+    if (Status == 0 && ForcedDownloadMask != 0)
+        keep_Request();
     if (system(REMOVE_COMMAND) != 0) {
         REPORT("Error : %s", REMOVE_COMMAND);
         Status = ERR_MASTER_OS;

@@ -21,6 +21,8 @@ extern char (*ForcedDistributions)[DISTRIBUTION_SIZE];
 
 // Reads the file into ForcedDistributions and ForcedDownloadMask, then deletes it whatever was
 // found, so that a request is carried out once. Once a run, with ForcedDownloadMask 0.
+// From then to end_Request the file has another name. Without appl.todo a request found under it,
+// which a power cut ended, is read instead, once; one that was cut twice is reported and dropped.
 // 0: done, or no file. -496: bad header or unknown device; requests before it stay. -488: the file
 // cannot be opened, or not be deleted. The process ends with -1000 when memory is out and with the
 // answer of ctrl_FilePresence when that is neither 0 nor 1.
@@ -28,5 +30,9 @@ extern char (*ForcedDistributions)[DISTRIBUTION_SIZE];
 // distribution that is longer than 39 characters or no safe name. Of two requests for a slave the
 // later counts.
 int read_Todo_FromA2lFile();
+
+// The request is carried out, or will not be: the next start must not repeat it. From any thread,
+// any number of times.
+void end_Request();
 
 #endif

@@ -65,5 +65,6 @@ void exit_Process(int Status)
         for (;;)
             pause();
     }
+    end_Request();
     exit(Status);
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <unistd.h>
 
 static const char SOURCE[] = "../src/L2a";
 
@@ -57,9 +58,16 @@ static int create_File(const char *Path, const char *TextFailure)
     return 0;
 }
 
-static void close_File()
+// The application must not read half a file: one that could not be written whole is no file. Its
+// creation has succeeded all the same.
+static void close_File(const char *Path)
 {
-    fclose(L2aFile);
+    const bool Lost = ferror(L2aFile) != 0;
+
+    if (fclose(L2aFile) != 0 || Lost) {
+        REPORT("Erreur : écriture de %s", Path);
+        unlink(Path);
+    }
     L2aFile = nullptr;
 }
 
@@ -129,7 +137,7 @@ int create_Loader_Versions()
     }
     Status = create_File(PATH_LOADER_VERSIONS, "Erreur : création de");
     if (Status == 0)
-        close_File();
+        close_File(PATH_LOADER_VERSIONS);
     return Status;
 }
 
@@ -146,7 +154,7 @@ int create_Loader_Protocols()
                 static_cast<unsigned>(Group.ProtocolStructure),
                 static_cast<unsigned>(Group.ProtocolLevel));
     }
-    close_File();
+    close_File(PATH_LOADER_PROTOCOLS);
     return 0;
 }
 
@@ -211,7 +219,7 @@ int create_Loader_Config()
             write_Slave(&Slave[j]);
     }
     fprintf(L2aFile, "\n");
-    close_File();
+    close_File(PATH_LOADER_CONF);
     return 0;
 }
 
@@ -246,7 +254,7 @@ int create_Loader_Todo(int Status)
     write_NewSlaves();
     write_SlavesOfMask(NoDistributionMask, "Nb slaves needing distribution packages",
                        "NO slaves needing distribution package");
-    close_File();
+    close_File(PATH_LOADER_TODO);
     return 0;
 }
 
@@ -267,7 +275,7 @@ int create_Loader_Errors(int Status)
                        "NO slave with addresse error");
     write_SlavesOfMask(TimeoutMask, "Nb slaves with timeout", "NO slave with timeout");
     write_SlavesOfMask(ReplaceSlavesMask, "Nb slaves to replace", "NO slave to replace");
-    close_File();
+    close_File(PATH_LOADER_ERRORS);
     return 0;
 }
 

@@ -5,7 +5,8 @@
 //     1.1.6             # Version of the Loader
 //     0                 # File format
 // The date in clear is local time. The writers return 0, or -488 when the file cannot be created;
-// a full disk is not noticed. Slaves are in the order of their index, each on a line
+// a file that cannot be written whole is reported and removed, which changes no status. Slaves are
+// in the order of their index, each on a line
 //     cana       002 001
 // of device name and functional address. Main thread only.
 #ifndef QX_L2A_H

@@ -1,4 +1,5 @@
 #include "Log.h"
+#include "A2l.h"
 #include "Version.h"
 #include <cstdarg>
 #include <cstdio>
@@ -191,5 +192,6 @@ void report_TimeStamp(const char *Source, int Line, const char *Text)
 void stop_Assertion(const char *Source, int Line, const char *Text)
 {
     fprintf(stderr, "qx: %s:%d: Assertion `%s' failed.\n", Source, Line, Text);
+    end_Request();
     abort();
 }

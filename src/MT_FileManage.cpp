@@ -4,10 +4,12 @@
 #include "Log.h"
 #include "SHeader.h"
 #include "Status.h"
+#include "Tar.h"
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sys/stat.h>
 #include <unistd.h>
 
 static const char SOURCE[] = "../src/MT_FileManage";
@@ -593,6 +595,51 @@ static int transfer_Distribution(const DIRECTION *pDirection, BM_SLAVE_CAST Slav
     return Status;
 }
 
+// In the staging directory: the archive, in the directory above.
+static void make_TarName(char (&Path)[TEXT_SIZE], const char *DistributionName, const char *Ending)
+{
+    snprintf(Path, sizeof Path, "../%s%s", DistributionName, Ending);
+}
+
+// Half an archive would pass for the slave's software for ever: without one, the next step sees
+// that there is none.
+static void drop_Cut(const char *Path)
+{
+    REPORT("Erreur : archive incomplète : %s", Path);
+    unlink(Path);
+}
+
+// Packs the staging directory.
+static void pack_Files(const char *DistributionName)
+{
+    char Path[TEXT_SIZE];
+    struct stat Tar {
+    };
+
+    run_Command("tar -cf ../%s.tar *", DistributionName);
+    make_TarName(Path, DistributionName, ".tar");
+    const bool Made = stat(Path, &Tar) == 0;
+    if (Made && !ctrl_Tar(Path))
+        drop_Cut(Path);
+
+    run_Command("gzip -f ../%s.tar", DistributionName);
+    make_TarName(Path, DistributionName, ".tar.gz");
+    if (access(Path, F_OK) == 0 && !(Made && ctrl_Gzip(Path, Tar.st_size)))
+        drop_Cut(Path);
+}
+
+// Nor does half a file go to a slave: without files, there is no header to send.
+static void drop_CutFiles(const char *DistributionName)
+{
+    char Path[TEXT_SIZE];
+
+    make_TarName(Path, DistributionName, ".tar");
+    if (!ctrl_Unpacked(Path)) {
+        REPORT("Erreur : extraction incomplète : %s", Path);
+        remove_Leftovers(DIR_WORK_SW_TMP, "");
+    }
+}
+
 // Packs the staging directory under the name that the header gives.
 static int make_Archive()
 {
@@ -602,8 +649,7 @@ static int make_Archive()
         REPORT("Erreur : make_DistributionName_FromSheader(%s) = %i", DistributionName, Status);
         return Status;
     }
-    run_Command("tar -cf ../%s.tar *", DistributionName);
-    run_Command("gzip -f ../%s.tar", DistributionName);
+    pack_Files(DistributionName);
     return 0;
 }
 
@@ -646,6 +692,7 @@ int put_SlaveDistribution(BM_SLAVE_CAST Slaves, const char *DistributionName)
 
     enter_StagingDir();
     run_Command("tar -xf ../%s.tar", DistributionName);
+    drop_CutFiles(DistributionName);
     Status = transfer_Distribution(&DirectionPut, Slaves);
 
     if (chdir(DIR_WORK) != 0 && Status == 0) {

@@ -14,6 +14,10 @@ constexpr int TEXT_SIZE = 140;
 #define PATH_APPL_PROTOCOLS DIR_CONFIG "appl.protocols"
 #define PATH_APPL_TODO DIR_CONFIG "appl.todo"
 
+// The request of appl.todo while a start carries it out, for the first time and once more.
+#define PATH_TODO_CUT DIR_CONFIG ".appl.todo.cut"
+#define PATH_TODO_REPEATED DIR_CONFIG ".appl.todo.repeated"
+
 // What the loader writes for the application.
 #define PATH_LOADER_VERSIONS DIR_CONFIG "loader.versions"
 #define PATH_LOADER_CONF DIR_CONFIG "loader.conf"

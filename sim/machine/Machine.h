@@ -144,6 +144,7 @@ struct OutsideFault {
     int Errno{};       // that the failing call leaves
     int ExitStatus{1}; // shell: of the command
     bool Run{};        // shell: the command is run all the same
+    bool Half{};       // shell: it is run, and half of what it makes is there: the disk is full
 };
 
 enum class CutMoment { Before, Middle, After };

@@ -424,6 +424,7 @@ OutsideFault read_OutsideFault(Section &Read)
     if (Made.Call == OutsideCall::Shell) {
         Read.read("exit_status", Made.ExitStatus, 1, 255);
         Read.read("run", Made.Run);
+        Read.read("half", Made.Half);
     } else {
         read_Errno(Read, "errno", Made.Errno);
     }

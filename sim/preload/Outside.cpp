@@ -234,6 +234,12 @@ int rename_Path(const char *Old, const char *New)
         OutsideCall::Rename, [&] { return ::rename(Old, New); }, make_Failure(-1), tell_Changed);
 }
 
+int link_Path(const char *Old, const char *New)
+{
+    return pass(
+        OutsideCall::Rename, [&] { return ::link(Old, New); }, make_Failure(-1), tell_Changed);
+}
+
 int remove_Path(const char *Path)
 {
     return pass(
@@ -446,13 +452,36 @@ std::string take_Word(std::string_view &Command)
     return Word;
 }
 
-// The file that a command makes, "" when it makes none that is known.
+// The largest file of the current folder, "" when there is none.
+fs::path find_Largest()
+{
+    std::error_code Ignored;
+    fs::path Largest;
+    for (const fs::directory_entry &Entry : fs::directory_iterator{".", Ignored}) {
+        if (Entry.is_regular_file(Ignored) &&
+            (Largest.empty() || Entry.file_size(Ignored) > fs::file_size(Largest, Ignored))) {
+            Largest = Entry.path();
+        }
+    }
+    return Largest;
+}
+
+bool is_Making(std::string_view Command)
+{
+    const std::string Program = take_Word(Command);
+    return Program == "cp" || Program == "gzip" || Program == "gunzip" || Program == "tar";
+}
+
+// The file that such a command has made.
 fs::path find_Product(std::string_view Command)
 {
     const std::string Program = take_Word(Command);
     std::string First = take_Word(Command);
     const bool Option = First == "-f" || First == "-cf";
     const bool Packing = Program == "tar" && First == "-cf";
+    if (Program == "tar" && First == "-xf") {
+        return find_Largest(); // one of those that it unpacks
+    }
     First = Option ? take_Word(Command) : First;
     std::error_code Ignored;
     if (Program == "cp") {
@@ -462,17 +491,15 @@ fs::path find_Product(std::string_view Command)
     if (Program == "gzip") {
         return First + ".gz";
     }
-    return Packing               ? fs::path{First}
-           : Program == "gunzip" ? fs::path{First}.replace_extension()
-                                 : "";
+    return Packing ? fs::path{First} : fs::path{First}.replace_extension();
 }
 
 // A command that makes a file has written half of it; any other has not begun.
 void run_HalfOf(const char *Command)
 {
-    const fs::path Product = find_Product(Command);
-    if (!Product.empty()) {
+    if (is_Making(Command)) {
         (void)!::system(Command);
+        const fs::path Product = find_Product(Command);
         std::error_code Ignored;
         fs::resize_file(Product, fs::file_size(Product, Ignored) / 2, Ignored);
     }
@@ -484,7 +511,9 @@ int run_Command(const char *Command)
     return pass(
         OutsideCall::Shell, [&] { return ::system(Command); },
         [&](const OutsideFault &Planned) {
-            if (Planned.Run) {
+            if (Planned.Half) {
+                run_HalfOf(Command);
+            } else if (Planned.Run) {
                 (void)!::system(Command);
             }
             return Planned.ExitStatus << 8;
@@ -555,6 +584,7 @@ const StandIn StandIns[] = {
     {"close", get_Address(close_Fd)},
     {"fclose", get_Address(close_Stream)},
     {"rename", get_Address(rename_Path)},
+    {"link", get_Address(link_Path)},
     {"remove", get_Address(remove_Path)},
     {"unlink", get_Address(unlink_Path)},
     {"mkdir", get_Address(make_Folder)},

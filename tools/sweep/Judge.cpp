@@ -114,14 +114,14 @@ std::size_t count_Expected(const std::string &Name, const std::vector<std::strin
     return Expected;
 }
 
-void judge_ResultFiles(const Start &Ended, const fs::path &Machine, bool LosesText, Verdict &Judged)
+void judge_ResultFiles(const Start &Ended, const fs::path &Machine, Verdict &Judged)
 {
     const bool Normal = has_Text(Ended.Output, "Sortie du programme\n");
     for (const char *Name : RESULT_FILES) {
         const fs::path Path = Machine / "config" / Name;
         const std::string Problem =
             fs::exists(Path) ? check_ResultFile(Name, read_Text(Path)) : std::string{};
-        if (!Problem.empty() && Normal && !LosesText) {
+        if (!Problem.empty() && Normal) {
             Judged.Breaches.push_back(std::string{Name} + ": " + Problem);
         }
         Judged.PartOfResult = Judged.PartOfResult || !Problem.empty();
@@ -173,6 +173,32 @@ std::map<std::string, std::string> read_Store(const fs::path &Machine)
     return Store;
 }
 
+Results read_Results(const fs::path &Machine)
+{
+    Results Found;
+    for (const char *Name : RESULT_FILES) {
+        if (const fs::path Path = Machine / "config" / Name; fs::exists(Path)) {
+            const std::vector<std::string> Lines = split_Lines(read_Text(Path));
+            for (std::size_t i = NB_HEADER_LINES; i < Lines.size(); ++i) {
+                Found[Name] += Lines[i] + "\n";
+            }
+        }
+    }
+    return Found;
+}
+
+std::string check_Recovery(const Results &Found, const std::vector<Results> &Expected)
+{
+    if (std::find(Expected.begin(), Expected.end(), Found) != Expected.end()) {
+        return "";
+    }
+    std::string Shown = "other results than without the cut:";
+    for (const auto &[Name, Text] : Found) {
+        Shown += "\n" + Name + "\n" + Text;
+    }
+    return Shown;
+}
+
 std::string check_ResultFile(const std::string &Name, const std::string &Text)
 {
     try {
@@ -191,12 +217,11 @@ std::string check_ResultFile(const std::string &Name, const std::string &Text)
 }
 
 Verdict judge_Start(const Start &Ended, const fs::path &Machine,
-                    const std::map<std::string, std::string> &Before, const fs::path &Sources,
-                    bool LosesText)
+                    const std::map<std::string, std::string> &Before, const fs::path &Sources)
 {
     Verdict Judged;
     judge_End(Ended, Sources, Judged);
-    judge_ResultFiles(Ended, Machine, LosesText, Judged);
+    judge_ResultFiles(Ended, Machine, Judged);
     judge_Store(Machine, Before, Judged);
     return Judged;
 }

@@ -77,6 +77,7 @@ struct OutsideForm {
 constexpr OutsideForm OUTSIDE_FORMS[] = {
     {"[[outside.fault]]", "", ""},
     {"[[outside.fault]]", "run = true", " shell "},
+    {"[[outside.fault]]", "half = true", " shell "},
     {"[cut]", "when = \"before\"", ""},
     {"[cut]", "when = \"middle\"", " write close shell "},
     // What changes nothing outside is the same after it as before it. After a request of the driver
@@ -285,7 +286,7 @@ std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::stri
                 Plan.push_back({Kind, Place, "",
                                 std::string{Form.Table} + "\ncall = \"" + Call +
                                     "\"\nnth = " + std::to_string(Nth) + "\n" + Form.Keys + "\n",
-                                Cut, Call == "write" || Call == "close"});
+                                Cut});
             }
         }
     }

@@ -28,8 +28,7 @@ struct PlannedRun {
     std::string Place; // "heater service 24 function 0 tag 4 nth 1"
     std::string Board; // whose table Toml is; "": the machine's
     std::string Toml;
-    bool Cut{};       // the power goes; a second start follows, without the fault
-    bool LosesText{}; // what the loader writes is lost: a result file need not be whole
+    bool Cut{}; // the power goes; a second start follows, without the fault
 };
 
 // The commands of a start from its trace (candump's log format) and the machine's description.

@@ -28,7 +28,7 @@ constexpr const char *USAGE =
     "Starts MACHINE, a folder as qxsim takes it, once as it is, and then again with every fault\n"
     "that a board can show at every command of that first start, with every call to the outside\n"
     "failing, and with the power cut at every such call: one fault a run. Each run is\n"
-    "held to the contract of docs/robustness.md. Without MACHINE: one that uses every service.\n"
+    "held to the contract of docs/reliability.md. Without MACHINE: one that uses every service.\n"
     "\n"
     "  --loader FILE   the loader (default: the qx of this build)\n"
     "  --sample N      only N runs, drawn at random\n"
@@ -163,6 +163,9 @@ class Sweep
         const std::vector<ReceivedCommand> Commands =
             read_Commands(read_Text(Folder / "trace"), Scratch / "good");
         check_Commands(Commands, First);
+        Expected.push_back(read_Results(Folder / "machine"));
+        run_Start(Given.Used, Folder / "machine", Folder); // as after a cut at its very end
+        Expected.push_back(read_Results(Folder / "machine"));
         fs::remove_all(Folder);
         printf("%zu commands in a good start of %zu boards\n", Commands.size(),
                find_Boards(Toml).size());
@@ -241,7 +244,7 @@ class Sweep
         const fs::path Machine = Folder / "machine";
         Start Ended = start(Folder, Planned.Board, Planned.Toml);
         if (!Planned.Cut) {
-            return judge_Start(Ended, Machine, Store, QX_SOURCES, Planned.LosesText);
+            return judge_Start(Ended, Machine, Store, QX_SOURCES);
         }
         const bool Cut = Ended.Result.contains("cut") && Ended.Result.at("cut") == "1";
         write_Text(Machine / "machine.toml", Toml);
@@ -250,6 +253,10 @@ class Sweep
         Judged.Outcome += " (start after a cut)";
         if (!Cut) {
             Judged.Breaches.push_back("the power was not cut");
+        }
+        if (const std::string Difference = check_Recovery(read_Results(Machine), Expected);
+            !Difference.empty()) {
+            Judged.Breaches.push_back(Difference);
         }
         return Judged;
     }
@@ -286,6 +293,7 @@ class Sweep
     fs::path Scratch;
     std::string Toml;
     std::map<std::string, std::string> Store; // before any start
+    std::vector<Results> Expected;            // of a good start, and of one more
     std::mutex Lock;                          // guards what follows, while workers run
     std::map<std::string, unsigned> Kinds;
     std::map<std::string, unsigned> Outcomes;
