@@ -143,8 +143,8 @@ static int read_Requests()
 
 static bool Repeated;
 
-// Name of the request that is being carried out, null none. Exchanged with acq_rel: who takes the
-// name away, on whichever thread ends the process, finds the file that was linked before.
+// Name of the request that is being carried out, null none. Release after the file is linked;
+// acquire by whichever thread ends the process and takes the name away.
 static std::atomic<const char *> KeptRequest{nullptr};
 
 static bool is_There(const char *Path)
@@ -182,12 +182,12 @@ static void keep_Request()
         REPORT("Erreur : link(%s)", Name);
         return;
     }
-    KeptRequest.exchange(Name, std::memory_order_acq_rel);
+    KeptRequest.store(Name, std::memory_order_release);
 }
 
 void end_Request()
 {
-    const char *const Name = KeptRequest.exchange(nullptr, std::memory_order_acq_rel);
+    const char *const Name = KeptRequest.exchange(nullptr, std::memory_order_acquire);
     if (Name)
         remove_Kept(Name);
 }

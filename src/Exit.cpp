@@ -59,9 +59,10 @@ void exit_Variables()
 
 void exit_Process(int Status)
 {
-    // exit must not run twice at the same time.
+    // exit must not run twice at the same time. acq_rel: the first call sees what was done before
+    // it; the others only wait.
     static std::atomic<bool> Ending{false};
-    if (Ending.exchange(true)) {
+    if (Ending.exchange(true, std::memory_order_acq_rel)) {
         for (;;)
             pause();
     }
