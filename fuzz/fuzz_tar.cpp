@@ -1,0 +1,22 @@
+// An archive of tar in the store, from any tool, whole or not, and its beginning as a file of gzip.
+// Nothing of it is unpacked but "sheader.bin" of three bytes.
+#include "Support.h"
+#include "Tar.h"
+#include <unistd.h>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t Size)
+{
+    write_File("/home/user/a.tar", std::string(pData, pData + Size));
+    write_File("/home/user/tmp/sheader.bin", "abc");
+    require(chdir("/home/user/tmp") == 0, "chdir");
+    const int Unpacked = ctrl_Unpacked("../a.tar");
+    const int Whole = ctrl_Tar("../a.tar");
+
+    require(chdir("/home") == 0, "chdir");
+    const int NotUnpacked = ctrl_Unpacked("user/a.tar"); // no file is there that could be cut
+    require(NotUnpacked >= Whole, "whole, and breaks off");
+    require(NotUnpacked >= Unpacked, "a file too few, and nothing is cut");
+    require(!Whole || Size >= 512, "whole without an end marker");
+    require(!ctrl_Gzip("user/a.tar", 1) || (Size >= 4 && pData[Size - 4] == 1), "gzip's size");
+    return 0;
+}
