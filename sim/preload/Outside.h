@@ -7,6 +7,7 @@
 #pragma once
 
 #include "machine/Machine.h"
+#include <set>
 
 namespace qxsim::outside
 {
@@ -19,5 +20,9 @@ unsigned get_Count(OutsideCall Call);
 
 // Command lines that the loader gave to the shell so far, in their order.
 const std::vector<std::string> &get_Commands();
+
+// Files that the loader opened or tried to open so far, the driver included: where the names led
+// to.
+const std::set<std::string> &get_Opened();
 
 } // namespace qxsim::outside

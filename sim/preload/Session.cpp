@@ -371,13 +371,13 @@ std::string find_LeftDescriptors()
 }
 
 // One line each, whatever is in them.
-void add_Commands(std::string &Text)
+template <typename LIST>
+void add_Texts(std::string &Text, const std::string &Key, const LIST &Texts)
 {
     int Number = 0;
-    for (std::string Command : outside::get_Commands()) {
-        std::replace_if(
-            Command.begin(), Command.end(), [](char Letter) { return Letter == '\n'; }, '\r');
-        Text += "shell." + std::to_string(++Number) + "=" + Command + "\n";
+    for (std::string Added : Texts) {
+        std::replace(Added.begin(), Added.end(), '\n', '\r');
+        Text += Key + "." + std::to_string(++Number) + "=" + Added + "\n";
     }
 }
 
@@ -421,7 +421,8 @@ std::string make_Result(std::optional<int> Whole)
     for (const OutsideCallName &Named : OutsideCallNames) {
         add_Line(Text, "outside.%s=%u\n", Named.Name, outside::get_Count(Named.Call));
     }
-    add_Commands(Text);
+    add_Texts(Text, "shell", outside::get_Commands());
+    add_Texts(Text, "opened", outside::get_Opened());
     add_Left(Text);
     for (const auto &Reported : Current->Boards) {
         add_Board(Text, *Reported);
