@@ -34,7 +34,7 @@ Texts collect(Board &Asked, Time Now)
     Asked.advance_To(Now);
     Texts Frames;
     while (const Frame *Pending = Asked.get_PendingFrame(Now)) {
-        Frames.push_back(make_Text(*Pending));
+        Frames.push_back(show_Frame(*Pending));
         Asked.remove_PendingFrame(Now);
     }
     return Frames;
@@ -44,7 +44,7 @@ Texts collect(Board &Asked, Time Now)
 Texts ask(Board &Asked, const Texts &Command, Time Now = 0ms)
 {
     for (const std::string &Text : Command) {
-        Asked.receive_Frame(make_Frame(Text), Now);
+        Asked.receive_Frame(read_Frame(Text), Now);
     }
     return collect(Asked, Now + 1ms);
 }
@@ -56,7 +56,7 @@ void check(Board &Asked, const Texts &Exchanges)
         std::istringstream Words{Exchange};
         std::string Word, Seen;
         while (Words >> Word && Word != ">") {
-            Asked.receive_Frame(make_Frame(Word), 0ms);
+            Asked.receive_Frame(read_Frame(Word), 0ms);
             Seen += Word + " ";
         }
         Seen += ">";
@@ -132,7 +132,7 @@ TEST(Board, StateService)
 TEST(Board, TimeOfAnswers)
 {
     Board Pump{make_Spec(), NOBODY};
-    Pump.receive_Frame(make_Frame("161883F0#40"), 10ms);
+    Pump.receive_Frame(read_Frame("161883F0#40"), 10ms);
     EXPECT_EQ(Pump.get_NextTime(), std::optional<Time>{10500us});
     EXPECT_EQ(collect(Pump, 10499us), Texts{});
     EXPECT_EQ(collect(Pump, 10500us), (Texts{"160FC620#0000"}));
@@ -206,21 +206,6 @@ TEST(Board, FileService)
                  "191883F0#45 > 190FC620#4580"});
     EXPECT_EQ(Pump.get_Spec().Files.at("dir/f"), (Bytes{0xA0, 0xC1, 0xA2, 0xB0, 0xB1}));
     EXPECT_EQ(Pump.get_Spec().Files.at("n"), Bytes{});
-}
-
-// The longest answer: 128 frames, counters 0xFF, 126 ... 0, the rest with the next read.
-TEST(Board, LongestAnswer)
-{
-    BoardSpec Spec = make_Spec();
-    Spec.Files["n"] = Bytes(768, 0x60);
-    Board Pump{Spec, NOBODY};
-    ask(Pump, {"191883F0#40006E00"});
-    const Texts Read = ask(Pump, {"191883F0#42FFFF"});
-    ASSERT_EQ(Read.size(), 128U);
-    EXPECT_EQ(Read.at(0), "190FC628#02FF006060606060");
-    EXPECT_EQ(Read.at(1), "190FC628#027E606060606060");
-    EXPECT_EQ(Read.at(127), "190FC628#0200606060606060");
-    EXPECT_EQ(ask(Pump, {"191883F0#42FFFF"}), (Texts{"190FC620#020060"}));
 }
 
 // A distribution takes effect with its last file, not before; a broken header never does.

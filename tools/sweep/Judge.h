@@ -11,7 +11,7 @@
 //     .NAME.tar.gz.copying beside it, counts as absent.
 #pragma once
 
-#include "sweep/Start.h"
+#include "start/Start.h"
 #include <map>
 #include <string>
 #include <vector>
@@ -30,7 +30,7 @@ std::map<std::string, std::string> read_Store(const std::filesystem::path &Machi
 
 // Before: the store before the start. Sources: the folder of the loader's sources. LosesText: a
 // fault took away what the loader wrote, no result file need be whole.
-Verdict judge_Start(const Start &Ended, const std::filesystem::path &Machine,
+Verdict judge_Start(const qxstart::Start &Ended, const std::filesystem::path &Machine,
                     const std::map<std::string, std::string> &Before,
                     const std::filesystem::path &Sources, bool LosesText = false);
 
