@@ -106,7 +106,8 @@ void note_Opened(const char *Path)
     }
     std::error_code Error;
     const bool Process = strncmp(Path, "/proc/", 6) == 0;
-    const fs::path Real = Process ? fs::path{Path} : fs::weakly_canonical(fs::absolute(Path), Error);
+    const fs::path Real =
+        Process ? fs::path{Path} : fs::weakly_canonical(fs::absolute(Path), Error);
     while (OpenedLock.test_and_set(std::memory_order_acquire)) {
     }
     Opened.insert(Error ? Path : Real.string());

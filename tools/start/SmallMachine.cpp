@@ -108,7 +108,7 @@ std::string make_BoardToml(const MachineBoard &Board)
            "\nboard_number = " + std::to_string(Board.BoardNumber) + "\n" + Board.Keys +
            make_ItemTable("hardware", make_HardwareItems(Board), Board.HardwareItems) +
            make_ItemTable("software", {}, Board.SoftwareItems) +
-           make_ItemTable("loader", LOADER, {}) + Board.Toml;
+           make_ItemTable("loader", LOADER, Board.LoaderItems) + Board.Toml;
 }
 
 std::string make_ConfigLine(const MachineBoard &Board)

@@ -61,6 +61,7 @@ struct MachineBoard {
     // board away. Software items are those of Runs, but for these.
     std::map<unsigned, std::string> HardwareItems;
     std::map<unsigned, std::string> SoftwareItems;
+    std::map<unsigned, std::string> LoaderItems;
 
     std::string Keys; // further keys of [[board]], a line each: "present = false\n"
     std::string Toml; // further tables of the board: "[[board.fault]]\n..."

@@ -53,6 +53,7 @@ void make_Machine(const std::filesystem::path &Folder)
     Scale.FuncAddr2 = 1;
     Scale.HwInfo4 = 510;
     Scale.HardwareItems = {{1, ""}, {2, "\"0\""}, {7, "{ short = 1 }"}};
+    Scale.LoaderItems[0] = ""; // old ones tell nothing of it
     Machine.Database = {"SCALE 510 A 1 0 000020", "SCALE 510 B 2 1 000010"};
 
     MachineBoard &Labeller = add_Board(Machine, "labeller", 5, 17, make_Software("LABEL", 1));
