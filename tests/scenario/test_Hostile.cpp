@@ -208,19 +208,26 @@ void check_Alone(const std::string &Outcome, const std::function<void(HostileMac
 // A name that reaches a path or the shell unchecked, from any of its ways in.
 TEST(Hostile, Names)
 {
+    HostileMachine Said;
     HostileMachine Named;
     HostileMachine Read;
     HostileMachine Sent;
     for (const std::string &Name : NAMES) {
-        Named.upload(Name, {});
+        Said.upload(Name, {});
+        Named.upload(Name, {}); // the board itself says another name than its header
+        Named.Boards.back().SoftwareItems[2] = "\"PUMR\"";
         Read.upload("PUMQ", {Name});
         Sent.download(Name);
         if (Name.find_first_of(" \n\t\r") == std::string::npos) {
             Read.Todo.push_back("cana 2 " + std::to_string(Read.Boards.size()) + " " + Name);
         }
     }
-    Named.check("0 started");
-    Read.check("0 started");
+    const auto count = [](const ScenarioRun &Run, const char *Report) {
+        return join_Matches(Run.Log, Report).size() / 2;
+    };
+    EXPECT_EQ(count(Said.check("0 started"), " Erreur : -89(5)$"), NAMES.size());
+    EXPECT_EQ(count(Named.check("0 started"), "_FromSheader\\(\\) = -49(5)$"), NAMES.size());
+    EXPECT_EQ(count(Read.check("0 started"), "nom de fichier : (0)$"), NAMES.size());
     Sent.check("0 needing=16");
     for (const std::string &Name : {NAMES[0], NAMES[2], NAMES[3], NAMES[14]}) {
         check_Alone("-489 501",
@@ -233,12 +240,12 @@ TEST(Hostile, Archives)
 {
     HostileMachine Read;
     Read.upload("PUM:b", {}); // a remote archive for tar
-    Read.upload(".x", {});
     Read.upload("", {});
     Read.upload("PUM%s%n%n", {});
     Read.upload("PUMQ", {}, 63, {0x80, 0, 5, 2, 2, 0xFF, 0xFF}); // versions 32768 and 65535
     Read.upload(std::string(128, 'n'), {});
     Read.add().Expected.emplace().Version = {32768, 65535, 3};
+    Read.upload(".x", {}); // the last one: what it leaves ends the phase
     Read.check("0 started");
     check_Alone("-892", [](auto &Machine) {
         Machine.upload("PUMP", {});
@@ -251,15 +258,22 @@ TEST(Hostile, Archives)
     Refused.download("sheader.bin", "true", 16, {0xFF, 0xFF}); // number of files
     Refused.check("0 needing=2");
 
-    HostileMachine Sent;
-    Sent.download("f", "true", 10, {0xFF, 0xFF}); // number of records
-    Sent.download(std::string(128, 'n'));
-    Sent.download("f", "ln -s ../../bait f && tar -rf *.tar f && rm f");
-    Sent.download("d/bait", "ln -s ../.. d && tar -rf *.tar d && rm d");
-    Sent.download("f", "mkfifo f && tar -rf *.tar f && rm f");
-    Sent.download("f", "touch f && tar -rPf *.tar --transform s,f,../../f, f && "
-                       "tar -rPf *.tar --transform s,f,/tmp/f, f && rm f");
-    Sent.check("0 started");
+    // Each ends the phase.
+    check_Alone("0 started", // number of records
+                [](auto &Machine) {
+                    Machine.download("f", "true", 10, {0xFF, 0xFF});
+                });
+    const std::pair<std::string, const char *> ADDED[] = {
+        {std::string(128, 'n'), "true"},
+        {"f", "ln -s ../../bait f && tar -rf *.tar f && rm f"},
+        {"d/bait", "ln -s ../.. d && tar -rf *.tar d && rm d"},
+        {"f", "mkfifo f && tar -rf *.tar f && rm f"},
+        {"f", "touch f && tar -rPf *.tar --transform s,f,../../f, f && "
+              "tar -rPf *.tar --transform s,f,/tmp/f, f && rm f"},
+    };
+    for (const auto &[File, Script] : ADDED) {
+        check_Alone("0 started", [&](auto &Machine) { Machine.download(File, Script); });
+    }
 }
 
 // A length or an answer that is believed, answers without end.
