@@ -10,6 +10,7 @@
 // The rest of the time: board, its response time; poll, the loader's look at the bus every 10 ms;
 // quantum, what a tenth of the usual one saves (a wait of the machine takes at least a quantum).
 #include "bus/Bus.h"
+#include "bus/FrameText.h"
 #include "Scenario.h"
 #include <algorithm>
 #include <cstdio>
@@ -17,6 +18,8 @@
 
 namespace
 {
+
+using namespace qxsim;
 
 constexpr std::size_t NB_PAYLOAD = 256UL * 1024;
 constexpr unsigned QUANTUM = 100; // the usual one
@@ -35,25 +38,18 @@ struct Transfer {
 
 bool is_Command(const TracedFrame &Traced)
 {
-    return (Traced.Identifier & 0x3FF0) == 0x3F0;
+    return (Traced.Sent.Identifier & 0x3FF0) == 0x3F0;
 }
 
 bool is_Open(const TracedFrame &Traced)
 {
-    return Traced.Identifier >> 24 == 25 && is_Command(Traced) && Traced.Data[0] == 0x40 &&
-           (Traced.Data[1] & 0x80) != 0;
+    return Traced.Sent.Identifier >> 24 == 25 && is_Command(Traced) &&
+           Traced.Sent.Data[0] == 0x40 && (Traced.Sent.Data[1] & 0x80) != 0;
 }
 
 bool is_Closed(const TracedFrame &Traced)
 {
-    return Traced.Identifier >> 24 == 25 && !is_Command(Traced) && Traced.Data[0] == 4;
-}
-
-qxsim::Frame make_Frame(const TracedFrame &Traced)
-{
-    qxsim::Frame Made{Traced.Identifier, static_cast<std::uint8_t>(Traced.Data.size()), {}};
-    std::copy(Traced.Data.begin(), Traced.Data.end(), Made.Data.begin());
-    return Made;
+    return Traced.Sent.Identifier >> 24 == 25 && !is_Command(Traced) && Traced.Sent.Data[0] == 4;
 }
 
 // Of the second file that is opened; the first is sheader.bin.
@@ -65,16 +61,16 @@ Transfer sum_Frames(const std::vector<TracedFrame> &Frames, double Bit)
     Transfer Sum;
     double Free = 0; // when the bus was free again after the last frame
     for (auto i = First; i <= Last; ++i) {
-        const qxsim::Frame Sent = make_Frame(*i);
-        const double Duration = qxsim::count_FrameBits(Sent) * Bit;
-        const double End = static_cast<double>(i->Micros) / 1e6 + qxsim::NB_INTERFRAME_BITS * Bit;
+        const double Duration = count_FrameBits(i->Sent) * Bit;
+        const double End =
+            std::chrono::duration<double>{i->At - First->At}.count() + NB_INTERFRAME_BITS * Bit;
         const double Idle = i == First ? 0 : End - Duration - Free;
         if (i != First && is_Command(*i) != is_Command(*(i - 1))) {
             (is_Command(*i) ? Sum.Master : Sum.Board) += Idle;
             Sum.NbExchanges += is_Command(*i) ? 0 : 1;
         }
         Sum.Frames += Duration;
-        Sum.Unstuffed += qxsim::count_UnstuffedFrameBits(Sent) * Bit;
+        Sum.Unstuffed += count_UnstuffedFrameBits(i->Sent) * Bit;
         Sum.Whole += Idle + Duration;
         Free = End;
     }
@@ -89,7 +85,7 @@ Transfer measure(bool Upload, unsigned BitRate, unsigned Quantum)
     Scenario Machine;
     Machine.Toml = "[bus]\nbit_rate = " + std::to_string(BitRate) +
                    "\n[clock]\ndate = 1773469800\nquantum_us = " + std::to_string(Quantum) + "\n";
-    ScenarioBoard &Board = Machine.add_Board("board", 2, 17);
+    MachineBoard &Board = Machine.add_Board("board", 2, 17);
     Board.Stored = false;
     Board.Runs = Big;
     if (!Upload) { // what it runs is too old for its hardware
@@ -102,7 +98,7 @@ Transfer measure(bool Upload, unsigned BitRate, unsigned Quantum)
         fputs((Run.Output + Run.Errors).c_str(), stderr);
         exit(2);
     }
-    Transfer Measured = sum_Frames(Run.Frames, 1.0 / BitRate);
+    Transfer Measured = sum_Frames(read_Trace(Run.Trace), 1.0 / BitRate);
     Measured.Real = Run.RealSeconds;
     return Measured;
 }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <link.h>
 #include <new>
+#include <set>
 #include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -30,8 +31,10 @@ const std::vector<OutsideFault> *Faults;
 const PowerCut *Cut; // null: none
 // Threads may be parallel.
 std::array<std::atomic<unsigned>, std::size(OutsideCallNames)> Counts;
-// Never destroyed: it is read when the process ends.
+// Never destroyed: they are read when the process ends.
 std::vector<std::string> &Commands = *new std::vector<std::string>;
+std::set<std::string> &Opened = *new std::set<std::string>;
+std::atomic_flag OpenedLock; // no mutex: the thread sanitizer would take an order from it
 
 // From its call of exit on nothing is the program's own: what calls then was linked into it to
 // count what it did.
@@ -174,6 +177,22 @@ constexpr auto tell_Changed = [](const auto &) { return Effect::Changed; };
 
 // Files by number and by name.
 
+// Where Path leads to, links followed; below /proc they would tell the process's number.
+void note_Opened(const char *Path)
+{
+    if (Ended) {
+        return;
+    }
+    std::error_code Error;
+    const bool Process = strncmp(Path, "/proc/", 6) == 0;
+    const fs::path Real =
+        Process ? fs::path{Path} : fs::weakly_canonical(fs::absolute(Path), Error);
+    while (OpenedLock.test_and_set(std::memory_order_acquire)) {
+    }
+    Opened.insert(Error ? Path : Real.string());
+    OpenedLock.clear(std::memory_order_release);
+}
+
 int open_Path(const char *Path, int Flags, ...)
 {
     mode_t Mode = 0;
@@ -183,6 +202,7 @@ int open_Path(const char *Path, int Flags, ...)
         Mode = va_arg(Arguments, mode_t);
         va_end(Arguments);
     }
+    note_Opened(Path);
     const bool Driver = strcmp(Path, session::DRIVER_PATH) == 0;
     return pass(
         Driver ? OutsideCall::Driver : OutsideCall::Open, [&] { return ::open(Path, Flags, Mode); },
@@ -294,6 +314,7 @@ void write_HalfOfBuffer(FILE *Stream)
 
 FILE *open_Stream(const char *Path, const char *Mode)
 {
+    note_Opened(Path);
     return pass(
         OutsideCall::Open, [&] { return ::fopen(Path, Mode); },
         make_Failure(static_cast<FILE *>(nullptr)),
@@ -713,6 +734,11 @@ std::string get_Changing(OutsideCall Call)
 const std::vector<std::string> &get_Commands()
 {
     return Commands;
+}
+
+const std::set<std::string> &get_Opened()
+{
+    return Opened;
 }
 
 } // namespace qxsim::outside

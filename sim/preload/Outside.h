@@ -7,6 +7,7 @@
 #pragma once
 
 #include "machine/Machine.h"
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,5 +28,9 @@ std::string get_Changing(OutsideCall Call);
 
 // Command lines that the loader gave to the shell so far, in their order.
 const std::vector<std::string> &get_Commands();
+
+// Files that the loader opened or tried to open so far, the driver included: where the names led
+// to.
+const std::set<std::string> &get_Opened();
 
 } // namespace qxsim::outside

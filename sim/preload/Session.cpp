@@ -352,13 +352,13 @@ std::string find_LeftDescriptors()
 }
 
 // One line each, whatever is in them.
-void add_Commands(std::string &Text)
+template <typename LIST>
+void add_Texts(std::string &Text, const std::string &Key, const LIST &Texts)
 {
     int Number = 0;
-    for (std::string Command : outside::get_Commands()) {
-        std::replace_if(
-            Command.begin(), Command.end(), [](char Letter) { return Letter == '\n'; }, '\r');
-        Text += "shell." + std::to_string(++Number) + "=" + Command + "\n";
+    for (std::string Added : Texts) {
+        std::replace(Added.begin(), Added.end(), '\n', '\r');
+        Text += Key + "." + std::to_string(++Number) + "=" + Added + "\n";
     }
 }
 
@@ -405,7 +405,8 @@ std::string make_Result(std::optional<int> Whole)
         Text += Key + ".reaching=" + outside::get_Reaching(Named.Call) + "\n";
         Text += Key + ".changing=" + outside::get_Changing(Named.Call) + "\n";
     }
-    add_Commands(Text);
+    add_Texts(Text, "shell", outside::get_Commands());
+    add_Texts(Text, "opened", outside::get_Opened());
     add_Left(Text);
     for (const auto &Reported : Current->Boards) {
         add_Board(Text, *Reported);

@@ -2,6 +2,7 @@
 #include "runner/Paths.h"
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <string_view>
@@ -14,9 +15,8 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr std::array<std::string_view, 8> Known{
-    FOLDER_INSIDE,        "/dev",           "/proc",    "/var/vantrel/config",
-    "/home/user/vantrel", "/mnt/removable", "/mnt/net", MOUNT_CARD};
+constexpr std::array<std::string_view, 6> Known{
+    FOLDER_MACHINE, FOLDER_RUN, "/var/vantrel/config", "/home/user/vantrel", PATH_CARD, MOUNT_CARD};
 
 // Programs and libraries of the host are read only.
 bool is_Watched(const fs::path &Folder)
@@ -26,14 +26,22 @@ bool is_Watched(const fs::path &Folder)
            (Coverage == nullptr || Folder != Coverage) && access(Folder.c_str(), W_OK) == 0;
 }
 
-std::string describe(const fs::directory_entry &Entry)
+// The entry's own kind is what the folder says, which need not be so for a mounted device.
+std::string describe(const fs::path &Path)
 {
-    std::string Text = std::to_string(static_cast<int>(Entry.symlink_status().type()));
-    if (!Entry.is_symlink() && Entry.is_regular_file()) {
-        Text += " " + std::to_string(Entry.file_size()) + " " +
-                std::to_string(Entry.last_write_time().time_since_epoch().count());
+    const fs::file_type Kind = fs::symlink_status(Path).type();
+    std::string Text = std::to_string(static_cast<int>(Kind));
+    if (Kind == fs::file_type::regular) {
+        Text += " " + std::to_string(fs::file_size(Path)) + " " +
+                std::to_string(fs::last_write_time(Path).time_since_epoch().count());
     }
     return Text;
+}
+
+// The link for the sanitizers, which the loader's process makes for itself.
+bool is_Process(const fs::path &Path)
+{
+    return Path.parent_path() == "/proc" && isdigit(Path.filename().native()[0]) != 0;
 }
 
 } // namespace
@@ -43,7 +51,10 @@ Tree read_Tree()
     Tree Read;
     fs::recursive_directory_iterator Entry{"/"};
     for (; Entry != fs::recursive_directory_iterator{}; ++Entry) {
-        Read[Entry->path()] = describe(*Entry);
+        if (is_Process(Entry->path())) {
+            continue;
+        }
+        Read[Entry->path()] = describe(Entry->path());
         if (!Entry->is_symlink() && Entry->is_directory() && !is_Watched(Entry->path())) {
             Entry.disable_recursion_pending();
         }

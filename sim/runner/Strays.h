@@ -1,5 +1,6 @@
 // What a run leaves where it has no business: everything of the run's own file system that can be
-// written, but for the machine's folders (config, vantrel, card, what is mounted under /mnt).
+// written, empty folders included, but for what is in the machine's folders (config, vantrel,
+// card).
 #pragma once
 
 #include <filesystem>

@@ -68,19 +68,25 @@ inline const std::string UNCHECKED =
     "0 started start_Applications, conf protocols:4294967295 4294967295 000,";
 constexpr const char *ABSENT = "present = false\n";
 
-// One case of a table; Fault, of the loader, is what it would catch. Left and right go from 2.17
-// and 2.18 to 2.1 and 2.2, heat stays at 3.1. Frames are those that Pattern describes.
+// Left and right go from 2.17 and 2.18 to 2.1 and 2.2, heat stays at 3.1.
+struct Line : Scenario {
+    explicit Line(void (*change)(Scenario &))
+    {
+        add_Board("left", 2, 17).FuncAddr2 = 1;
+        add_Board("right", 2, 18).FuncAddr2 = 2;
+        add_Board("heat", 3, 1);
+        change(*this);
+    }
+};
+
+// One case of a table; Fault, of the loader, is what it would catch. Frames are those that Pattern
+// describes.
 inline void check(const char *Fault, void (*change)(Scenario &), const std::string &Findings,
                   const std::string &Reports = "", const std::string &Pattern = "",
                   const std::string &Frames = "")
 {
     SCOPED_TRACE(Fault);
-    Scenario Machine;
-    Machine.add_Board("left", 2, 17).FuncAddr2 = 1;
-    Machine.add_Board("right", 2, 18).FuncAddr2 = 2;
-    Machine.add_Board("heat", 3, 1);
-    change(Machine);
-    const ScenarioRun Run = Machine.run();
+    const ScenarioRun Run = Line{change}.run();
     EXPECT_EQ(get_Findings(Run), Findings) << Run.Errors;
     EXPECT_EQ(get_Reports(Run), Reports);
     EXPECT_EQ(get_Frames(Run, Pattern), Frames);

@@ -1,11 +1,9 @@
 // Boards, archives and files that mean harm. Whatever they say, the loader touches nothing outside
 // its working folders, gives the shell no command that it did not mean, and comes to its end.
+#include "Findings.h"
 #include "qxdist/Header.h"
-#include "Scenario.h"
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
 
@@ -31,24 +29,64 @@ const std::vector<std::string> NAMES{"../../bait",
                                      std::string(255, 'n')};
 constexpr const char *BAITED[] = {"config", "vantrel", "vantrel/tmp", "vantrel/config", "card"};
 
-// What a start may leave in the machine's folder, beside the bait.
-constexpr const char *PRODUCTS[] = {"machine.toml",   "state.toml",      "boards/",
-                                    "config/appl.",   "config/loader.",  "card/log/loader.log",
-                                    "card/slave_sw/", "vantrel/slave_sw"};
+// All that the loader may say to the shell; DIST is the name of a distribution that may be taken.
+constexpr const char *COMMANDS[] = {
+    "grep can /proc/modules",
+    R"-(test -d "/home/user/vantrel(/tmp/|/config|/slave_sw|/slave_sw/tmp)?")-",
+    R"(rm /var/vantrel/config/(appl\.todo|loader\.(conf|errors|protocols|todo)))",
+    R"(rm -R (\*|tmp|/home/user/vantrel/slave_sw/tmp))",
+    R"(rm /home/user/vantrel/slave_sw/(\*|DIST\.tar))",
+    R"(rm /home/user/save/slave_sw/DIST\.tar\.gz)",
+    R"(tar -cf \.\./DIST\.tar \*)",
+    R"(gzip -f \.\./DIST\.tar)",
+    R"(gunzip -f DIST\.tar\.gz)",
+    R"(tar -xf \.\./DIST\.tar)",
+    R"(cp "/home/user/vantrel/slave_sw/DIST\.tar\.gz" "/home/user/save/slave_sw")",
+    R"(cp "/home/user/save/slave_sw/DIST\.tar\.gz" "/home/user/vantrel/slave_sw")",
+};
 
-bool is_Product(const std::string &Path)
+// All that it may open or try to open; DIST as above, FILE is a file of a distribution.
+constexpr const char *OPENED[] = {
+    "/dev/cana",
+    "/proc/mounts",
+    R"(/var/vantrel/config/(appl\.(conf|protocols|todo)|loader\.(conf|errors|protocols|todo)))",
+    R"(/mnt/cf/log/loader\.log(_TAIL)?)",
+    R"(/mnt/cf/slave_sw/(DIST\.tar\.gz|\.DIST\.tar\.gz\.copying))",
+    R"(/home/user/vantrel/slave_sw/(DIST\.tar\.gz|tmp/FILE))",
+};
+
+// What a start may make, change or remove in the machine's folder; boards and state are qxsim's.
+constexpr const char *PRODUCTS[] = {
+    R"(state\.toml|boards/b\d+(/.*)?|boards/stranger)",
+    R"(config/(appl\.todo|loader\.(conf|errors|protocols|todo)))",
+    R"(card/log/loader\.log)",
+    R"(card/slave_sw/(DIST\.tar\.gz|\.DIST\.tar\.gz\.copying))",
+    R"(vantrel/slave_sw(/(DIST\.tar(\.gz)?|tmp(/FILE)?))?)",
+};
+
+// Whether one of Forms describes the whole of Text.
+template <std::size_t N>
+bool is_OneOf(const std::string &Text, const char *const (&Forms)[N])
 {
-    return Path.ends_with("/bait") ||
-           std::any_of(std::begin(PRODUCTS), std::end(PRODUCTS),
-                       [&](const char *Product) { return Path.starts_with(Product); });
+    return std::any_of(std::begin(Forms), std::end(Forms), [&Text](const char *Form) {
+        std::string Pattern =
+            std::regex_replace(Form, std::regex{"DIST"}, "[\\w%:.][\\w%:.-]{0,38}");
+        Pattern = std::regex_replace(Pattern, std::regex{"FILE"}, "[\\w.]{1,128}");
+        return std::regex_match(Text, std::regex{Pattern});
+    });
 }
 
-// No name that may not be taken, nor what is left of it when it was cut.
-bool is_Meant(const std::string &Command)
+// Everything below Folder by path: files with their contents, folders, links and pipes.
+std::map<std::string, std::string> read_Tree(const fs::path &Folder)
 {
-    return std::none_of(NAMES.begin(), NAMES.end(), [&](const std::string &Name) {
-        return Command.find(Name.substr(0, 5)) != std::string::npos;
-    });
+    std::map<std::string, std::string> Tree;
+    for (const auto &Entry : fs::recursive_directory_iterator{Folder}) {
+        const auto Kind = Entry.symlink_status().type();
+        Tree[Entry.path().lexically_relative(Folder)] =
+            Kind == fs::file_type::regular ? read_Text(Entry.path())
+                                           : std::to_string(static_cast<int>(Kind));
+    }
+    return Tree;
 }
 
 // Header of version 1.2.3 with Lie at Offset; the files are listed only.
@@ -76,12 +114,11 @@ struct HostileMachine : Scenario {
     HostileMachine()
     {
         for (const char *Name : BAITED) { // where ways out of the working folders lead to
-            fs::create_directories(get_Folder() / Name);
-            std::ofstream{get_Folder() / Name / "bait"} << "BAIT";
+            write_Text(get_Folder() / Name / "bait", "BAIT");
         }
     }
 
-    ScenarioBoard &add()
+    MachineBoard &add()
     {
         const auto Number = static_cast<unsigned>(Boards.size());
         return add_Board("b" + std::to_string(Number), 2, 1 + Number);
@@ -91,7 +128,7 @@ struct HostileMachine : Scenario {
     void upload(const std::string &Name, const std::vector<std::string> &Files,
                 std::size_t Offset = 0, const qxdist::Bytes &Lie = {})
     {
-        ScenarioBoard &Board = add();
+        MachineBoard &Board = add();
         Board.Stored = false;
         Board.Runs.Header = make_Header(Name, Files, Offset, Lie);
         store(*(Board.Expected = Software{}));
@@ -101,7 +138,7 @@ struct HostileMachine : Scenario {
     void download(const std::string &File, const std::string &Script = "true",
                   std::size_t Offset = 0, const qxdist::Bytes &Lie = {})
     {
-        ScenarioBoard &Board = add();
+        MachineBoard &Board = add();
         Software Packed{"P" + std::to_string(Boards.size())};
         Packed.Header = make_Header(Packed.Name, {File}, Offset, Lie);
         store(*(Board.Expected = Packed));
@@ -115,7 +152,7 @@ struct HostileMachine : Scenario {
     // A board, whose software the store lacks, that answers with faults of these keys.
     void fault(const std::string &Keys, int Number = 1)
     {
-        ScenarioBoard &Board = add();
+        MachineBoard &Board = add();
         Board.Stored = false;
         Board.Runs.Files["long"] = std::string(100'000, 'l');
         for (int i = 0; i < Number; ++i) {
@@ -128,34 +165,33 @@ struct HostileMachine : Scenario {
         add();
         ApplConf = "4698\n1\nx\n0\n1\n3 cana 2 1 2 1 210 1 PUMP 1 2 3 20\n";
         (Known ? Boards[0] : add_Board("stranger", 4, 4)).Keys =
-            "flood = " + std::to_string(Service) + "\n";
+            "restart_ms = 0\nflood = " + std::to_string(Service) + "\n";
     }
 
-    void check(const std::string &Outcome)
+    ScenarioRun check(const std::string &Outcome)
     {
         SCOPED_TRACE(Outcome);
+        write();
+        const auto Before = read_Tree(get_Folder());
         const ScenarioRun Run = run({"--limit", "120"});
         EXPECT_EQ(Run.get_Outcome(), Outcome) << Run.Output << Run.Errors;
         EXPECT_EQ(("\n" + Run.Log).find("\n../src/Loader 1 "), std::string::npos);
         EXPECT_EQ(Run.Log.find_first_of("\x1b\r\x7f\x9b"), std::string::npos) << Run.Log;
         for (const auto &[Key, Value] : Run.Result) {
             EXPECT_FALSE(Key.starts_with("stray.")) << Value;
-            EXPECT_TRUE(!Key.starts_with("shell.") || is_Meant(Value)) << Value;
+            EXPECT_TRUE(!Key.starts_with("shell.") || is_OneOf(Value, COMMANDS)) << Value;
+            EXPECT_TRUE(!Key.starts_with("opened.") || is_OneOf(Value, OPENED)) << Value;
         }
-        for (const auto &Entry : fs::recursive_directory_iterator{get_Folder()}) {
-            const std::string Path = Entry.path().lexically_relative(get_Folder());
-            EXPECT_TRUE(Entry.is_directory() || is_Product(Path)) << Path;
+        std::map<std::string, std::string> After = read_Tree(get_Folder());
+        for (const auto &[Path, Content] : Before) {
+            EXPECT_TRUE(After.contains(Path) || is_OneOf(Path, PRODUCTS)) << "removed " << Path;
         }
-        std::string Sent; // to files of the boards
-        for (const TracedFrame &Frame : Run.find_Frames(25, 0x41)) {
-            Sent.append(Frame.Data.begin() + ((Frame.Identifier & 8) != 0 ? 2 : 1),
-                        Frame.Data.end());
+        for (const auto &[Path, Content] : After) {
+            const auto Old = Before.find(Path);
+            const bool Kept = Old != Before.end() && Old->second == Content;
+            EXPECT_TRUE(Kept || is_OneOf(Path, PRODUCTS)) << "made or changed " << Path;
         }
-        EXPECT_EQ(Sent.find("BAIT"), std::string::npos);
-        for (const char *Name : BAITED) {
-            std::string Text;
-            EXPECT_TRUE(std::ifstream{get_Folder() / Name / "bait"} >> Text && Text == "BAIT");
-        }
+        return Run;
     }
 };
 
@@ -172,19 +208,26 @@ void check_Alone(const std::string &Outcome, const std::function<void(HostileMac
 // A name that reaches a path or the shell unchecked, from any of its ways in.
 TEST(Hostile, Names)
 {
+    HostileMachine Said;
     HostileMachine Named;
     HostileMachine Read;
     HostileMachine Sent;
     for (const std::string &Name : NAMES) {
-        Named.upload(Name, {});
+        Said.upload(Name, {});
+        Named.upload(Name, {}); // the board itself says another name than its header
+        Named.Boards.back().SoftwareItems[2] = "\"PUMR\"";
         Read.upload("PUMQ", {Name});
         Sent.download(Name);
         if (Name.find_first_of(" \n\t\r") == std::string::npos) {
             Read.Todo.push_back("cana 2 " + std::to_string(Read.Boards.size()) + " " + Name);
         }
     }
-    Named.check("0 started");
-    Read.check("0 started");
+    const auto count = [](const ScenarioRun &Run, const char *Report) {
+        return join_Matches(Run.Log, Report).size() / 2;
+    };
+    EXPECT_EQ(count(Said.check("0 started"), " Erreur : -89(5)$"), NAMES.size());
+    EXPECT_EQ(count(Named.check("0 started"), "_FromSheader\\(\\) = -49(5)$"), NAMES.size());
+    EXPECT_EQ(count(Read.check("0 started"), "nom de fichier : (0)$"), NAMES.size());
     Sent.check("0 needing=16");
     for (const std::string &Name : {NAMES[0], NAMES[2], NAMES[3], NAMES[14]}) {
         check_Alone("-489 501",
@@ -197,11 +240,17 @@ TEST(Hostile, Archives)
 {
     HostileMachine Read;
     Read.upload("PUM:b", {}); // a remote archive for tar
-    Read.upload(".x", {});
     Read.upload("", {});
     Read.upload("PUM%s%n%n", {});
     Read.upload("PUMQ", {}, 63, {0x80, 0, 5, 2, 2, 0xFF, 0xFF}); // versions 32768 and 65535
+    Read.upload(std::string(128, 'n'), {});
+    Read.add().Expected.emplace().Version = {32768, 65535, 3};
+    Read.upload(".x", {}); // the last one: what it leaves ends the phase
     Read.check("0 started");
+    check_Alone("-892", [](auto &Machine) {
+        Machine.upload("PUMP", {});
+        Machine.Boards[0].SoftwareItems = {{3, "{ short = -32768 }"}, {4, "{ short = -1 }"}};
+    });
     check_Alone("129", [](auto &Machine) { Machine.upload("PUMQ", {std::string(128, 'n')}); });
 
     HostileMachine Refused;
@@ -209,14 +258,22 @@ TEST(Hostile, Archives)
     Refused.download("sheader.bin", "true", 16, {0xFF, 0xFF}); // number of files
     Refused.check("0 needing=2");
 
-    HostileMachine Sent;
-    Sent.download("f", "true", 10, {0xFF, 0xFF}); // number of records
-    Sent.download("f", "ln -s ../../bait f && tar -rf *.tar f && rm f");
-    Sent.download("d/bait", "ln -s ../.. d && tar -rf *.tar d && rm d");
-    Sent.download("f", "mkfifo f && tar -rf *.tar f && rm f");
-    Sent.download("f", "touch f && tar -rPf *.tar --transform s,f,../../f, f && "
-                       "tar -rPf *.tar --transform s,f,/tmp/f, f && rm f");
-    Sent.check("0 started");
+    // Each ends the phase.
+    check_Alone("0 started", // number of records
+                [](auto &Machine) {
+                    Machine.download("f", "true", 10, {0xFF, 0xFF});
+                });
+    const std::pair<std::string, const char *> ADDED[] = {
+        {std::string(128, 'n'), "true"},
+        {"f", "ln -s ../../bait f && tar -rf *.tar f && rm f"},
+        {"d/bait", "ln -s ../.. d && tar -rf *.tar d && rm d"},
+        {"f", "mkfifo f && tar -rf *.tar f && rm f"},
+        {"f", "touch f && tar -rPf *.tar --transform s,f,../../f, f && "
+              "tar -rPf *.tar --transform s,f,/tmp/f, f && rm f"},
+    };
+    for (const auto &[File, Script] : ADDED) {
+        check_Alone("0 started", [&](auto &Machine) { Machine.download(File, Script); });
+    }
 }
 
 // A length or an answer that is believed, answers without end.
@@ -242,6 +299,16 @@ TEST(Hostile, Answers)
                 [&](auto &Machine) { Machine.fault(LENGTH + "1\ntag = 2"); }); // name
     check_Alone("exit 124",
                 [](auto &Machine) { Machine.fault("kind = \"already_open\"\nservice = 25"); });
+    std::string Chunk;
+    for (int i = 0; i < 766; ++i) {
+        Chunk += " 41";
+    }
+    HostileMachine Endless; // a file that never ends
+    const std::string READ = "\n[[board.fault]]\nservice = 25\nfunction = 2\nkind = ";
+    Endless.fault(SIZE + "\"7F FF FF FF\"" + READ + "\"no_data\"" + READ +
+                  "\"wrong_value\"\nbytes = \"" + Chunk.substr(1) + "\"");
+    Endless.check("exit 124");
+    EXPECT_GT(fs::file_size(Endless.get_Folder() / "vantrel/slave_sw/tmp/sheader.bin"), 100'000U);
     check_Alone("-1 addresse=1", [](auto &Machine) {
         Machine.fault("kind = \"unsolicited\"\nservice = 22\nfunction = 0\nnth = 1", 126);
     });
@@ -250,6 +317,8 @@ TEST(Hostile, Answers)
     for (const auto &[Outcome, Service, Known] : Floods) {
         HostileMachine Machine;
         Machine.flood(Service, Known);
-        Machine.check(Outcome);
+        const ScenarioRun Run = Machine.check(Outcome);
+        const double Load = std::stod(Run.Result.at("bus.busy_ns"));
+        EXPECT_GT(Load, 0.98 * std::stod(Run.Result.at("time_ns"))) << Outcome;
     }
 }

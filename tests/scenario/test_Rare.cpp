@@ -1,7 +1,5 @@
 // What boards and the outside do so rarely that nothing else of the tests meets it.
 #include "Findings.h"
-#include <filesystem>
-#include <fstream>
 
 namespace
 {
@@ -10,7 +8,7 @@ namespace
 void want_UnknownType(Scenario &Machine)
 {
     Machine.Boards[0].TypeId = 21;
-    for (ScenarioBoard &Board : Machine.Boards)
+    for (MachineBoard &Board : Machine.Boards)
         Board.HardwareItems[1] = "{ bytes = \"00 00 10\" }";
     Machine.Database = {"card 211 1 1 20"};
 }
@@ -46,14 +44,9 @@ struct Case {
 
 void check_Cases(const std::vector<Case> &Cases)
 {
-    for (const Case &Each : Cases) {
-        SCOPED_TRACE(Each.Fault);
-        Scenario Machine;
-        Machine.add_Board("left", 2, 17).FuncAddr2 = 1;
-        Machine.add_Board("right", 2, 18).FuncAddr2 = 2;
-        Machine.add_Board("heat", 3, 1);
-        Each.change(Machine);
-        Machine.run_Expecting(Each.Outcome, Each.Report);
+    for (const auto &[Fault, change, Outcome, Report] : Cases) {
+        SCOPED_TRACE(Fault);
+        Line{change}.run_Expecting(Outcome, Report);
     }
 }
 
@@ -108,9 +101,7 @@ TEST(Rare, Outside)
         SCOPED_TRACE(fail(Call, Nth));
         Scenario Machine;
         Machine.add_Board("left", 2, 17);
-        const std::filesystem::path Log = Machine.get_Folder() / "card/log/loader.log";
-        std::filesystem::create_directories(Log.parent_path());
-        std::ofstream{Log} << std::string(30000, 'x');
+        write_Text(Machine.get_Folder() / "card/log/loader.log", std::string(30000, 'x'));
         Machine.Toml = fail(Call, Nth);
         EXPECT_EQ(Machine.run_Expecting("0 started").Log.find_first_not_of('x'), 30000U);
     }

@@ -1,6 +1,5 @@
 // Whole runs: everything that a good start leaves, and machines that are large or broken.
 #include "Findings.h"
-#include <fstream>
 
 // A phase, text, frame or line of a result more, less, or at another place.
 TEST(Sequence, AStartToTheByte)
@@ -8,8 +7,7 @@ TEST(Sequence, AStartToTheByte)
     Scenario Machine;
     Machine.add_Board("left", 2, 17).FuncAddr2 = 1;
     Machine.add_Board("heat", 3, 18).State = 1;
-    std::filesystem::create_directories(Machine.get_Folder() / "card/log");
-    std::ofstream{Machine.get_Folder() / "card/log/loader.log"} << "y" << std::string(20000, 'x');
+    write_Text(Machine.get_Folder() / "card/log/loader.log", "y" + std::string(20000, 'x'));
     ScenarioRun Run = Machine.run();
 
     std::string Output = "\nVersion : 1.1.6 - Jan 22 2015  15:04:49\n\n"
@@ -31,9 +29,10 @@ TEST(Sequence, AStartToTheByte)
 
     const std::string Form =
         "1.1.6             # Version of the Loader\n0                 # File format\n";
-    const std::string Items = "HW  BOARD             SN-1  210  B  2  0  2  1  24V  2024  1  \n"
-                              "SW  PUMP.1.2.3        PUMP  1  2  3  test  released  1  1  9  \n"
-                              "LD  BOOT              1  2  3  4  5  6  7  8  9  \n";
+    const std::string Items =
+        "HW  BOARD             SN-0001  210  B  2  0  2  1  24V  2024-06  4  \n"
+        "SW  PUMP.1.2.3        PUMP  1  2  3  test  released  1  1  9  \n"
+        "LD  BOOT               FE  BOOT  2  3  1  2022-05-17  HC12  1  9  \n";
     EXPECT_EQ(Run.Files["loader.conf"] + Run.Files["loader.protocols"],
               "4698              # File : /var/vantrel/config/loader.conf\n"
               "1773469802        # Creation date of the file (time_t) : 14.03.2026 06:30:02\n" +
@@ -67,7 +66,7 @@ TEST(Sequence, SixtyFourBoardsAndTwoBeyond)
     Scenario Machine;
     Machine.Toml = "[bus]\nbit_rate = 1000000\n"; // 198 frames are through within 40 ms
     for (unsigned i = 0; i < 66; ++i) {
-        ScenarioBoard &Board = Machine.add_Board("b" + std::to_string(i), 1 + i / 22, 1 + i % 22);
+        MachineBoard &Board = Machine.add_Board("b" + std::to_string(i), 1 + i / 22, 1 + i % 22);
         Board.FuncAddr1 += 10;
         Board.Keys = "response_us = 0\n";
     }

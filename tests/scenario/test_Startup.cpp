@@ -1,8 +1,5 @@
 // The beginning of a run: options, files of the run before, what makes a start impossible.
 #include "Findings.h"
-#include <fstream>
-
-namespace fs = std::filesystem;
 
 // An option that starts the machine, touches the log or another file, or looks at its followers;
 // results of the run before that the application takes for new.
@@ -26,9 +23,8 @@ TEST(Startup, OptionsRemoveOldResultsAndDoNothingElse)
         "0     0     0     # File format (Used  Min  Max)\n";
     for (const std::string Option : {"-h", "-vv", "-v"}) {
         Scenario Machine;
-        fs::create_directory(Machine.get_Folder() / "config");
         for (const char *Name : {"conf", "errors", "protocols", "todo", "versions", "own"})
-            std::ofstream{Machine.get_Folder() / "config/loader." += Name} << "old";
+            write_Text(Machine.get_Folder() / "config/loader." += Name, "old");
         ScenarioRun Run = Machine.run({}, {Option, "-v"});
         EXPECT_EQ(Run.Output, Head + (Option == "-v" ? Written : Usage));
         EXPECT_EQ(Run.Files.size(), 4U); // and the two of the application
@@ -42,16 +38,14 @@ TEST(Startup, OptionsRemoveOldResultsAndDoNothingElse)
 // another status than the application knows, or a command sent before it.
 TEST(Startup, AStartThatCannotBeEndsWithItsStatus)
 {
-    check("a missing file",
-          WITH(fs::create_directory(Machine.get_Folder() / "config");
-               fs::create_symlink("/none/none", Machine.get_Folder() / "config/appl.conf")),
-          "-899 init_All,", "Config: Erreur : ctrl_FilePresence(/var/vantrel/config/appl.conf),",
-          ".*");
+    check("a missing file", WITH(Machine.ApplConf = ""), "-899 init_All,",
+          "Config: Erreur : ctrl_FilePresence(/var/vantrel/config/appl.conf),", ".*");
     check("12 fields",
           WITH(Machine.ApplConf = "4698\n0\n1\n0\n1\n3 cana 2 17 2 1 210 1 PUMP 1 2 3\n"),
           "-489 501 init_All, errors:", "Config: Erreur de lecture.,", ".*");
     check(
-        "missing directories", WITH(fs::create_directory(Machine.get_Folder() / "vantrel")),
+        "missing directories",
+        WITH(std::filesystem::create_directory(Machine.get_Folder() / "vantrel")),
         "signal 6 init_All,",
         "Init: Erreur : dir /home/user/vantrel/tmp/,Init: Erreur : dir /home/user/vantrel/config,",
         ".*");

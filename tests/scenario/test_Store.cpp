@@ -1,8 +1,6 @@
 // The store of distributions: what goes in, what comes out, and what no accident does to it.
-#include "qxdist/Archive.h"
-#include "Scenario.h"
+#include "Findings.h"
 #include <algorithm>
-#include <gtest/gtest.h>
 
 namespace
 {
@@ -48,7 +46,7 @@ void patch_Header(Software &Patched, const std::vector<Patch> &Patches)
 void build_Machine(Scenario &Machine)
 {
     Machine.add_Board("saved", 2, 17).Stored = false;
-    ScenarioBoard &Updated = Machine.add_Board("updated", 3, 1);
+    MachineBoard &Updated = Machine.add_Board("updated", 3, 1);
     Updated.Runs = {"VALVE", {1, 0, 0}, {20}, 1, 1};
     Updated.Expected = {"VALVE", {2, 0, 0}};
     Updated.Stored = false;
@@ -160,7 +158,7 @@ TEST(Store, OneUploadServesAllBoardsAndAllStarts)
         Machine.add_Board("b" + std::to_string(i), 2, i).Stored = false;
     }
     const ScenarioRun First = Machine.run_Expecting("0 started");
-    EXPECT_EQ(First.find_Frames(25, 0x40).size(), 6U); // two files are opened, three frames each
+    EXPECT_EQ(get_Frames(First, "19.{6}#408.*").size(), 2 * 26U); // two files are opened
     check_Run(Machine, "0 started", "", "PUMP");
     EXPECT_EQ(Machine.run().Trace.find(" cana 19"), std::string::npos); // no file is asked for
 }

@@ -1,5 +1,4 @@
 // Requests of the application in appl.todo, and the masks after a download.
-#include "qxdist/Archive.h"
 #include "Scenario.h"
 #include <gtest/gtest.h>
 
@@ -23,7 +22,7 @@ constexpr unsigned Expected[] = {3, 3, 7, 5, 5, 3}; // PUMP.1.2.n
 // silent.
 void arrange(Scenario &Machine, Setting Set)
 {
-    ScenarioBoard &Board = Machine.add_Board("left", 2, 17);
+    MachineBoard &Board = Machine.add_Board("left", 2, 17);
     Board.FuncAddr2 = 1;
     const bool Old = Set == OLD || Set == UNFIT || Set == FLAGGED;
     Board.Runs = make_Software("PUMP", Old ? 2 : 3, Old ? 1 : 9);
@@ -33,7 +32,7 @@ void arrange(Scenario &Machine, Setting Set)
     } else if (Set == FLAGGED) {
         const std::string Third = "[[board.fault]]\nservice = 22\nfunction = 1\nnth = 3\nkind = ";
         Board.Toml = Third + "\"wrong_value\"\nbytes = \"00 00 01\"\n";
-        ScenarioBoard &Right = Machine.add_Board("right", 2, 18);
+        MachineBoard &Right = Machine.add_Board("right", 2, 18);
         Right.Runs = *Board.Expected;
         Right.Toml = Third + "\"silence\"\n";
     }

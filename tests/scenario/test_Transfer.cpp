@@ -1,6 +1,5 @@
 // Whole files between master and boards: every size, and what each status of the file service comes
 // to at each step.
-#include "qxdist/Archive.h"
 #include "Scenario.h"
 #include <gtest/gtest.h>
 #include <sstream>
@@ -24,7 +23,7 @@ void check_Steps(bool Download, const std::vector<Step> &Steps)
     for (const auto &[Faults, Outcome, Report, Left] : Steps) {
         SCOPED_TRACE(Faults);
         Scenario Machine;
-        ScenarioBoard &Board = Machine.add_Board("left", 2, 17);
+        MachineBoard &Board = Machine.add_Board("left", 2, 17);
         Board.Stored = false;
         Board.Runs.Files["program.txt"] = PROGRAM;
         if (Download) { // the board's hardware is too new for what it runs
@@ -62,7 +61,7 @@ TEST(Transfer, EverySizeArrivesAsItWas)
     for (const std::size_t Size : {0, 1, 130, 131, 766, 767, 768, 769, 1536, 200 * 1024}) {
         Big.Files["f" + std::to_string(Size)] = make_Noise(Size);
     }
-    ScenarioBoard &Left = Machine.add_Board("left", 3, 1);
+    MachineBoard &Left = Machine.add_Board("left", 3, 1);
     Left.Runs = {"PUMP", {1, 0, 0}, {20}, 1, 1};
     Left.Expected = Big;
     Machine.store(Big);

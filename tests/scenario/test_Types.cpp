@@ -5,7 +5,7 @@
 static void want_21(Scenario &Machine, const char *Entry = "card 210 B 2 0 000020")
 {
     Machine.Boards[0].TypeId = 21;
-    for (ScenarioBoard &Board : Machine.Boards) {
+    for (MachineBoard &Board : Machine.Boards) {
         Board.HardwareItems[1] = "{ bytes = \"00 00 10\" }";
         Board.Runs.Types = {20, 21};
     }

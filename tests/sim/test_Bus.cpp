@@ -1,9 +1,5 @@
-#include "bus/Bus.h"
 #include "Station.h"
 #include <gtest/gtest.h>
-
-using namespace qxsim;
-using namespace std::chrono_literals;
 
 // A wrong CRC, a stuff bit too many or too few. The figures were counted bit by bit on the written
 // out frames.
@@ -27,10 +23,10 @@ TEST(Bus, FrameLengths)
         {"160003F0#40", 75, 81},
     };
     for (const auto &Case : CASES) {
-        EXPECT_EQ(count_UnstuffedFrameBits(make_Frame(Case.Text)), Case.Unstuffed) << Case.Text;
-        EXPECT_EQ(count_FrameBits(make_Frame(Case.Text)), Case.Bits) << Case.Text;
+        EXPECT_EQ(count_UnstuffedFrameBits(read_Frame(Case.Text)), Case.Unstuffed) << Case.Text;
+        EXPECT_EQ(count_FrameBits(read_Frame(Case.Text)), Case.Bits) << Case.Text;
     }
-    Frame TooLong = make_Frame("0AAAAAAA#AAAAAAAAAAAAAAAA");
+    Frame TooLong = read_Frame("0AAAAAAA#AAAAAAAAAAAAAAAA");
     TooLong.Length = 200; // a damaged record must not be read beyond its 8 bytes
     EXPECT_EQ(count_FrameBits(TooLong), 131U);
 }
@@ -87,7 +83,7 @@ TEST(Bus, LoadTraceAndFilter)
     Wire.attach_Node(Deaf);
     Texts Traced;
     Wire.set_Trace([&](const Frame &Sent, Time At) {
-        Traced.push_back(std::to_string(At / 1us) + " " + make_Text(Sent));
+        Traced.push_back(std::to_string(At / 1us) + " " + show_Frame(Sent));
     });
     Sender.plan(0us, "00000000#");   // 74 bits
     Sender.plan(0us, "160003F0#40"); // 81 bits

@@ -70,12 +70,3 @@ TEST(DriverPort, FailsTheNthRequestOfItsKind)
     EXPECT_EQ(Port.count_Request(DriverRequest::Timer), -1);
     EXPECT_EQ(Port.count_Request(DriverRequest::Timer), -1);
 }
-
-// A tick of another length makes every time-out of the loader wrong; so does a lost wrap-around.
-TEST(DriverPort, CountsWholeTicks)
-{
-    DriverPort Port{DriverSpec{}};
-    EXPECT_EQ(Port.get_Ticks(1999us), 1U);
-    EXPECT_EQ(Port.get_Ticks(2ms), 2U);
-    EXPECT_EQ(Port.get_Ticks(4294967297ms), 1U);
-}

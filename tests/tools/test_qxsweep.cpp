@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
+using namespace qxstart;
 using namespace qxsweep;
 
 namespace
@@ -31,9 +32,7 @@ TEST(Sweep, ResultFilesAreWholeOrTheyAreNot)
 // Each way out of the contract, and the ways that are in it.
 TEST(Sweep, EveryBreachOfTheContractIsSeen)
 {
-    std::string Template = fs::temp_directory_path() / "test_qxsweep.XXXXXX";
-    ASSERT_NE(mkdtemp(Template.data()), nullptr);
-    const fs::path Machine = Template;
+    const fs::path Machine = make_TemporaryFolder("test_qxsweep");
     make_Machine(Machine);
     write_Text(Machine / "Loader.cpp", "ASSERT(Mask == 0, \"! Mask\");");
     const auto Before = read_Store(Machine);

@@ -2,7 +2,6 @@
 
 #include "../src/Status.h"
 #include "qxdist/Archive.h"
-#include "sweep/SweepMachine.h"
 #include <algorithm>
 #include <csignal>
 #include <sstream>
@@ -11,6 +10,7 @@ namespace qxsweep
 {
 
 namespace fs = std::filesystem;
+using namespace qxstart;
 
 namespace
 {

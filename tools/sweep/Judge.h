@@ -12,7 +12,7 @@
 //     that was asked for is forgotten, nobody is missing.
 #pragma once
 
-#include "sweep/Start.h"
+#include "start/Start.h"
 #include <map>
 #include <string>
 #include <vector>
@@ -30,7 +30,7 @@ struct Verdict {
 std::map<std::string, std::string> read_Store(const std::filesystem::path &Machine);
 
 // Before: the store before the start. Sources: the folder of the loader's sources.
-Verdict judge_Start(const Start &Ended, const std::filesystem::path &Machine,
+Verdict judge_Start(const qxstart::Start &Ended, const std::filesystem::path &Machine,
                     const std::map<std::string, std::string> &Before,
                     const std::filesystem::path &Sources);
 

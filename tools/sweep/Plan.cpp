@@ -1,6 +1,7 @@
 #include "sweep/Plan.h"
 
 #include "board/Message.h"
+#include "bus/FrameText.h"
 #include "machine/MachineFolder.h"
 #include <algorithm>
 #include <set>
@@ -166,17 +167,6 @@ Address get_Source(const qxsim::Frame &Sent)
             static_cast<std::uint8_t>(Sent.Identifier >> 9 & 0x1F)};
 }
 
-qxsim::Frame read_Frame(const std::string &Text) // 160003F0#430000
-{
-    qxsim::Frame Read;
-    Read.Identifier = static_cast<std::uint32_t>(std::stoul(Text.substr(0, 8), nullptr, 16));
-    for (std::size_t i = 9; i + 1 < Text.size() && Read.Length < Read.Data.size(); i += 2) {
-        Read.Data[Read.Length++] =
-            static_cast<std::uint8_t>(std::stoul(Text.substr(i, 2), nullptr, 16));
-    }
-    return Read;
-}
-
 } // namespace
 
 std::vector<ReceivedCommand> read_Commands(const std::string &Trace,
@@ -189,9 +179,7 @@ std::vector<ReceivedCommand> read_Commands(const std::string &Trace,
     }
     std::vector<ReceivedCommand> All;
     qxsim::CommandAssembly Assembly;
-    std::istringstream Text{Trace};
-    for (std::string Stamp, Interface, Words; Text >> Stamp >> Interface >> Words;) {
-        const qxsim::Frame Seen = read_Frame(Words);
+    for (const auto &[At, Seen] : qxsim::read_Trace(Trace)) {
         if ((Seen.Identifier & qxsim::SOURCE_MASK) == qxsim::SOURCE_MASTER) {
             const std::optional<Command> Complete = Assembly.add_Frame(Seen);
             for (Station &Receiver : Stations) {

@@ -28,7 +28,4 @@ std::vector<std::string> find_Boards(const std::string &MachineToml);
 std::string add_Tables(const std::string &MachineToml, const std::string &Board,
                        const std::string &Toml);
 
-std::string read_Text(const std::filesystem::path &Path); // "" when there is none
-void write_Text(const std::filesystem::path &Path, const std::string &Text);
-
 } // namespace qxsweep

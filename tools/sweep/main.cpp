@@ -1,8 +1,8 @@
 // qxsweep: starts a machine again and again, each time with one fault, and holds every start to the
 // contract (Judge.h).
+#include "start/Start.h"
 #include "sweep/Judge.h"
 #include "sweep/Plan.h"
-#include "sweep/Start.h"
 #include "sweep/SweepMachine.h"
 
 #include <algorithm>
@@ -19,6 +19,7 @@ namespace
 {
 
 namespace fs = std::filesystem;
+using namespace qxstart;
 using namespace qxsweep;
 
 constexpr int EXIT_USAGE = 2;
@@ -129,11 +130,6 @@ class Sweep
   public:
     explicit Sweep(const Options &Asked) : Given{Asked}
     {
-        std::string Template = fs::temp_directory_path() / "qxsweep.XXXXXX";
-        if (mkdtemp(Template.data()) == nullptr) {
-            throw std::runtime_error{"no temporary folder"};
-        }
-        Scratch = Template;
         if (Given.Machine.empty()) {
             make_Machine(Scratch / "good");
         } else {
@@ -160,11 +156,11 @@ class Sweep
             throw std::runtime_error{"the machine does not start without a fault: " +
                                      Judged.Outcome + "\n" + First.Output + First.Errors};
         }
-        const std::vector<ReceivedCommand> Commands =
-            read_Commands(read_Text(Folder / "trace"), Scratch / "good");
+        const std::vector<ReceivedCommand> Commands = read_Commands(First.Trace, Scratch / "good");
         check_Commands(Commands, First);
         Expected.push_back(read_Results(Folder / "machine"));
-        run_Start(Given.Used, Folder / "machine", Folder); // as after a cut at its very end
+        run_Start(Given.Used, Folder / "machine", Folder,
+                  {"--keep"}); // as after a cut at its very end
         Expected.push_back(read_Results(Folder / "machine"));
         fs::remove_all(Folder);
         printf("%zu commands in a good start of %zu boards\n", Commands.size(),
@@ -215,7 +211,7 @@ class Sweep
     {
         fs::create_directory(Folder);
         prepare(Folder / "machine", Board, Tables);
-        return run_Start(Given.Used, Folder / "machine", Folder);
+        return run_Start(Given.Used, Folder / "machine", Folder, {"--keep"});
     }
 
     void prepare(const fs::path &Machine, const std::string &Board, const std::string &Tables) const
@@ -248,7 +244,7 @@ class Sweep
         }
         const bool Cut = Ended.Result.contains("cut") && Ended.Result.at("cut") == "1";
         write_Text(Machine / "machine.toml", Toml);
-        Ended = run_Start(Given.Used, Machine, Folder);
+        Ended = run_Start(Given.Used, Machine, Folder, {"--keep"});
         Verdict Judged = judge_Start(Ended, Machine, Store, QX_SOURCES);
         Judged.Outcome += " (start after a cut)";
         if (!Cut) {
@@ -290,7 +286,7 @@ class Sweep
     }
 
     const Options &Given;
-    fs::path Scratch;
+    fs::path Scratch{make_TemporaryFolder("qxsweep")};
     std::string Toml;
     std::map<std::string, std::string> Store; // before any start
     std::vector<Results> Expected;            // of a good start, and of one more
