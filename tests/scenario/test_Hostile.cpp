@@ -173,7 +173,7 @@ struct HostileMachine : Scenario {
         SCOPED_TRACE(Outcome);
         write();
         const auto Before = read_Tree(get_Folder());
-        const ScenarioRun Run = run({"--limit", "120"});
+        ScenarioRun Run = run({"--limit", "120"});
         EXPECT_EQ(Run.get_Outcome(), Outcome) << Run.Output << Run.Errors;
         EXPECT_EQ(("\n" + Run.Log).find("\n../src/Loader 1 "), std::string::npos);
         EXPECT_EQ(Run.Log.find_first_of("\x1b\r\x7f\x9b"), std::string::npos) << Run.Log;
@@ -271,8 +271,8 @@ TEST(Hostile, Archives)
         {"f", "touch f && tar -rPf *.tar --transform s,f,../../f, f && "
               "tar -rPf *.tar --transform s,f,/tmp/f, f && rm f"},
     };
-    for (const auto &[File, Script] : ADDED) {
-        check_Alone("0 started", [&](auto &Machine) { Machine.download(File, Script); });
+    for (const auto &Each : ADDED) {
+        check_Alone("0 started", [&](auto &Machine) { Machine.download(Each.first, Each.second); });
     }
 }
 
