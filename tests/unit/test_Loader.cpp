@@ -187,6 +187,19 @@ TEST_F(LOADER, HardwareTypeWithoutEntry)
     EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
 }
 
+// Boards that are not saved because one before them breaks off.
+TEST_F(LOADER, BrokenUpload)
+{
+    const string Name = "01 00 02 02 05 41 42", Opened = "00 00 00 00 00 20", Ended = "42 85";
+    set_All("18 41 02", Name, Name, Name);
+    for (const char *Key : {"18 41 03", "18 41 04", "18 41 05"})
+        set_Shorts(Key, 1, 1, 1);
+    set_All("19 40 00", Opened, Opened, Opened);
+    set_All("19 42 02", Ended, Ended, Ended);
+    set_All("19 44 00", "04 00", "04 00", "04 00");
+    EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "0 Update 7");
+}
+
 // A long mnemonic whose end is taken for the version; a slot that expects what was forced out.
 TEST_F(LOADER, NamesAfterForcedDownloads)
 {
