@@ -3,14 +3,6 @@
 #include "Reports.h"
 #include "Status.h"
 
-// The loader's two seconds for the restart pass at once.
-static unsigned Slept;
-extern "C" unsigned sleep(unsigned Seconds)
-{
-    Slept += Seconds;
-    return 0;
-}
-
 // A builder with a wrong function, byte order or time-out.
 TEST_F(BENCH, CommandsAreTheServicesBytes)
 {
@@ -25,17 +17,6 @@ TEST_F(BENCH, CommandsAreTheServicesBytes)
     EXPECT_EQ(build(cmd_getBoardState, 0), "16 01 0: ");
     EXPECT_EQ(get_Reports([] { EXPECT_EQ(build(cmd_setBoardState, FLAG_ACK, 3), "16 42 40: 00"); }),
               "MT_BoardState: Etat dans cmd_setBoardState inconnu : 3\n");
-}
-
-// Answers of restarting boards that are taken for those of the first probe.
-TEST_F(BENCH, RestartWaitsAndDropsWhatTheBoardsAnswered)
-{
-    Slept = 0;
-    Script = {{{1, "03 00"}, {4, "03 00"}}};
-    EXPECT_EQ(restart_AllSlaves(), 0);
-    EXPECT_EQ(get_Sent(), (std::vector<std::string>{"160003F0#43 00 00"}));
-    EXPECT_EQ(Slept, 2u);
-    EXPECT_EQ(get_pAns(&Cmd, &pAns2Cmd), 0);
 }
 
 // A restart that reached nobody and is taken for done.
