@@ -2,7 +2,6 @@
 #include "qxdist/Archive.h"
 #include "Scenario.h"
 #include <algorithm>
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace
@@ -150,28 +149,6 @@ TEST(Store, HeadersThatLie)
         patch_Header(*Machine.Boards[1].Expected, Patches);
         Machine.store(*Machine.Boards[1].Expected);
         check_Run(Machine, Outcome, Report, Store);
-    }
-}
-
-// What a run that was cut has left: it is packed with what a board has, or sent in the place of an
-// archive that is damaged, or stays in the memory.
-TEST(Store, LeftoversAreNobodys)
-{
-    for (const char *Damaged : {"", "VALVE.2.0.0"}) {
-        Scenario Machine;
-        build_Machine(Machine);
-        const std::string Folder = Machine.get_Folder();
-        const std::string Leave =
-            "cd " + Folder +
-            " && mkdir -p vantrel/config vantrel/tmp vantrel/slave_sw/tmp && "
-            "cd vantrel/slave_sw && echo left | tee tmp/.hidden tmp/old sheader.bin "
-            "PUMP.1.2.3.tar.gz OTHER.1.0.0.tar.gz && tar -cf VALVE.2.0.0.tar sheader.bin && rm "
-            "*.bin";
-        ASSERT_EQ(std::system(Leave.c_str()), 0);
-        if (*Damaged)
-            Machine.store(Damaged, "damaged");
-        check_Run(Machine, "0 started", *Damaged ? "bin : Status = -891" : "", "KEPT PUMP VALVE");
-        EXPECT_EQ(std::filesystem::is_empty(Folder + "/vantrel/slave_sw"), *Damaged == 0);
     }
 }
 

@@ -59,10 +59,8 @@ TEST(A2l, Todo)
          "-496|A2l: Error : Device unknown = xyz\n+A.1.1.1,,,"},
         {"", "-496|A2l: Erreur de lecture de la signature.\n"},
         {string("\0\xFF\n", 3), "-496|A2l: Erreur de conversion de la signature.\n"},
-        {"4697", "-496|A2l: La signature n'est pas correcte.\n"},
         {"4698\n", "-496|A2l: Erreur de lecture de la date.\n"},
         {"4698\n\n", "-496|A2l: Erreur de lecture de la version de l'application.\n"},
-        {"4698\n\n\n", "-496|A2l: Erreur de lecture de la version du fichier.\n"},
         {"4698\n\n\nx\n", "-496|A2l: Erreur de conversion de la version du fichier.\n"},
         {"4698\n1\nx\n7\n", "0|"},
     };

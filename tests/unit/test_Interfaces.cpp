@@ -172,13 +172,11 @@ TEST_F(ANSWERS, ATimeoutIsReportedButForTheReadinessProbe)
 
 TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
 {
-    BROADCAST Casts[9] = {};
-    Casts[BROADCAST_ALL].Mask = 7;
-    Casts[CAN_A] = {1, CAN_A, 0, -1, -1, 0, 0};
-    Casts[6] = {6, 6, 3, -1, -1, 0, 0};
-    Casts[8] = {7, 0, 2, -1, -1, 0, 0};
+    BROADCAST Casts[FIRST_TYPE_GROUP + 3] = {};
+    Boards[1].Device = Boards[2].Device = 6;
     Broadcast = Casts;
-    NbBroadcasts = 9;
+    make_BroadcastMask();
+    Casts[6].BoardType = 3;
     Cmd.NbP = 0;
     EXPECT_EQ(send_Cmd(&Cmd), 0); // not served: nothing sent, nothing said
     EXPECT_EQ(get_Sent().size(), 1u);
@@ -191,6 +189,7 @@ TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
     EXPECT_EQ(init_Interfaces(), 0);
     EXPECT_EQ(Casts[BROADCAST_ALL].Mask, 1u);
     EXPECT_EQ(Casts[8].Mask, 1u);
+    EXPECT_EQ(Casts[9].Mask + Casts[10].Mask, 0u);
     EXPECT_EQ(Casts[6].Mask + Casts[6].BoardType, 0u);
     EXPECT_EQ(Boards[2].Device + Boards[2].BoardType, 0);
     EXPECT_EQ(Boards[0].Device, CAN_A);
@@ -221,8 +220,8 @@ TEST_F(ANSWERS, AMillionAnswersBetweenTwoThreads)
     publish_Senders();
     std::atomic<uint32_t> Taken{0}; // relaxed: keeps the pace, and orders nothing
     std::thread Receiver([&Taken] {
-        CAN_FRAME Frames[2] = {make_AnswerFrame(24, 1, 1, from_Hex("41 00 00 00 00 55 66 77")),
-                               make_AnswerFrame(24, 1, 2, from_Hex("41 00 00 00 00 55 66 77"))};
+        const std::vector<uint8_t> Data = {0x41, 0, 0, 0, 0, 7, 8, 9};
+        CAN_FRAME Frames[] = {make_AnswerFrame(24, 1, 1, Data), make_AnswerFrame(24, 1, 2, Data)};
         for (uint32_t i = 0; i < NB_ANSWERS; i++) {
             while (i - Taken.load(std::memory_order_relaxed) >= 100)
                 std::this_thread::yield();
@@ -241,7 +240,7 @@ TEST_F(ANSWERS, AMillionAnswersBetweenTwoThreads)
         }
         uint32_t Value = 0;
         memcpy(&Value, pMsg->pP, sizeof Value);
-        if (Value != i || pMsg->NbP != 7 || pMsg->pP[6] != 0x77 || pMsg->Slaves != 1 + i % 2)
+        if (Value != i || pMsg->NbP != 7 || pMsg->pP[6] != 9 || pMsg->Slaves != 1 + i % 2)
             Errors++;
         pMsg->Slaves = 0;
         if (++i % 4096 == 0) {

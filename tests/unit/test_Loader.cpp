@@ -125,10 +125,8 @@ TEST(Loader, TypeId)
 TEST_F(LOADER, DatabaseChoice)
 {
     const string Head = "4699\n1421280000\n", Ones(1534, '1');
-    const struct {
-        const char *Fault;
-        string Text, Map; // the map, or the status
-    } Cases[] = {
+    const string Cases[][3] = {
+        // the map, or the status
         {"letter resets versions", Head + "card 12 A 3 4 01\ncard 12 B 2 2 FF\n", "FF"},
         {"lower letter, higher A", Head + "card 12 B 2 2 FF\ncard 12 A 3 4 01\n", "01"},
         {"lower A, higher B", Head + "card 12 3 4 0F\ncard 12 2 9 F0\n", "F0"},
@@ -148,13 +146,13 @@ TEST_F(LOADER, DatabaseChoice)
     };
     uint8_t Map[TYPE_MAP_SIZE];
     char Date[DB_DATE_SIZE];
-    for (const auto &Case : Cases) {
-        set_Database(Case.Text);
+    for (const auto &[Fault, Text, Expected] : Cases) {
+        set_Database(Text);
         write_File(DIR_WORK_HW "/slaves_db.txt", "left by a cut run");
         const int Count = read_HwTypeId_FromDbFile(2, Date, Map);
-        EXPECT_EQ(Count > 0 ? to_Hex(Map, Count) : std::to_string(Count), Case.Map) << Case.Fault;
-        EXPECT_TRUE(Count < 0 || strcmp(Date, "1421280000") == 0) << Case.Fault;
-        EXPECT_TRUE(std::filesystem::is_empty(DIR_WORK_HW)) << Case.Fault;
+        EXPECT_EQ(Count > 0 ? to_Hex(Map, Count) : std::to_string(Count), Expected) << Fault;
+        EXPECT_TRUE(Count < 0 || strcmp(Date, "1421280000") == 0) << Fault;
+        EXPECT_TRUE(std::filesystem::is_empty(DIR_WORK_HW)) << Fault;
     }
     set_Database(Head + "card 12 A 1 1 " + Ones + "\n");
     EXPECT_EQ(get_Result(read_HwTypeId_FromDbFile(1, Date, Map)), "767");
@@ -198,22 +196,4 @@ TEST_F(LOADER, BrokenUpload)
     set_All("19 42 02", Ended, Ended, Ended);
     set_All("19 44 00", "04 00", "04 00", "04 00");
     EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "0 Update 7");
-}
-
-// A long mnemonic whose end is taken for the version; a slot that expects what was forced out.
-TEST_F(LOADER, NamesAfterForcedDownloads)
-{
-    set_All("18 41 02", "01 00 02 02 05 41 42",
-            "01 00 02 0C 05 41 42 43 44 45 46 47 48 49 4A 4B 39", "");
-    set_Shorts("18 41 03", 3, 1, 1);
-    set_Shorts("18 41 04", 4, 1, 1);
-    set_Shorts("18 41 05", 5, 1, 1);
-    ForcedDownloadMask = 7;
-    EXPECT_EQ(get_Result(update_SlavesInfo_Sw()), "-1 Timeout 4 New 1 Update 2");
-    EXPECT_EQ(string(Boards[0].DistName) + to_Hex(Boards[0].DistVersion, 3), "AB03 04 05");
-    EXPECT_EQ(string(Boards[1].DistName) + to_Hex(Boards[1].DistVersion, 3), "00 00 00");
-    TimeoutMask = 0;
-    ForcedDownloadMask = 1;
-    set_Shorts("18 41 04", 256, 0, 0);
-    EXPECT_DEATH(update_SlavesInfo_Sw(), "tmpInt\\[1\\] < 256");
 }

@@ -9,7 +9,6 @@ static testing::Environment *const Folders = testing::AddGlobalTestEnvironment(n
 constexpr BM_SLAVE_CAST SLAVE_0 = 1;
 constexpr char MASTER[] = "/home/user/vantrel/tmp/master";
 static const std::string SW = "/home/user/vantrel/slave_sw/";
-static const std::string ARCHIVE = SW + "ABC.1.2.3.tar.gz";
 
 struct FILES : BENCH {
     void SetUp() override
@@ -123,4 +122,33 @@ TEST_F(FILES, UnexpectedAnswersEndTheProcess)
     EXPECT_EXIT(put("", 8), testing::ExitedWithCode(-898 & 0xFF), "");
     EXPECT_EXIT(put("40 82|44 80|"), testing::ExitedWithCode(128), "");
     EXPECT_EQ(read_SlaveFile(8, 766), -493); // the one that does not look whether it was sent
+}
+
+// What cut runs have left: archives that pass for that of a read that failed, one that is sent in
+// the place of a damaged one, a hidden file in the place of one that the archive lacks.
+TEST_F(FILES, LeftoversAreNobodys)
+{
+    const auto Leave = [](const std::string &Command) {
+        ASSERT_EQ(system(("mkdir -p " + SW + "tmp && cd " + SW + " && " + Command).c_str()), 0);
+    };
+    const auto Put = [] { return put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"); };
+    const std::string Open = "00 00 00 00 00 00|";
+    Leave("touch ABC.1.2.3.tar ABC.1.2.3.tar.gz");
+    EXPECT_EQ(run("||", [] { return get_SlaveDistribution(SLAVE_0); }), "-493 oo");
+    EXPECT_TRUE(std::filesystem::is_empty(SW));
+
+    const std::string Pack = "echo old >sheader.bin && tar -cf ABC.1.2.3.tar --remove-files *.bin";
+    for (const char *Archive : {"", "; echo damaged >ABC.1.2.3.tar.gz"}) {
+        Leave(Pack + Archive);
+        EXPECT_EQ(run(Open + Open, Put), "-891 oo");
+    }
+    const auto Header =
+        from_Hex("06 01 00 00 00 2C 00 00 00 1E 00 00 00 00 00 1E 00 01 " // lists .h
+                 "00 00 00 00 00 00 00 00 00 00 00 00 "
+                 "00 00 00 00 00 00 00 00 00 00 00 2E 68 00");
+    write_File(SW + "sheader.bin", {Header.begin(), Header.end()});
+    Leave("echo old >tmp/.h && tar -czf ABC.1.2.3.tar.gz --remove-files *.bin");
+    EXPECT_EQ(run(Open + "01 00|04 00|" + Open + Open, Put), "-891 owcoo");
+    EXPECT_TRUE(std::filesystem::is_empty(SW));
+    EXPECT_EQ(std::filesystem::current_path(), "/home/user/vantrel");
 }
