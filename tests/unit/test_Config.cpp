@@ -144,7 +144,6 @@ TEST(Protocols, Faults)
 {
     const CASE Cases[] = {
         {"4698\n1\nx\n", -499, "Erreur de lecture de la version du fichier\\."},
-        {"4698\n1\nx\n1\n", -898, "La version n'est pas reconnue\\."},
         {HEADER + "ttyS0 3 1\n", -499, "Erreur de lecture\\."},
     };
     for (const auto &[Text, Status, Report] : Cases)

@@ -33,6 +33,8 @@ struct CAN_BENCH : BENCH {
         std::iota(Cmd.pP, Cmd.pP + NB_PARAMETERS_MAX, uint8_t{0});
         Cmd.MT = 24;
         Cmd.Fn = 0x41;
+        write_Script("/mnt/bin/grep", "exit 0"); // finds the driver, whatever the host's modules
+        setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
     }
 
     FRAMES send(BM_SLAVE_CAST Mask, int16_t NbP)
@@ -140,16 +142,8 @@ TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
     EXPECT_EQ(Find(), MASKS(7));
 }
 
-// The host's own modules do not count: grep finds the driver, or does not.
-static void set_Driver(bool Present)
-{
-    write_Script("/mnt/bin/grep", Present ? "exit 0" : "exit 1");
-    setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
-}
-
 TEST_F(CAN_BENCH, ACloseRightAfterTheOpenStopsTheThread)
 {
-    set_Driver(true);
     for (int i = 0; i < 5; i++) { // an early close that is undone never returns
         ASSERT_EQ(open_Interfaces(CAN_A), 0);
         EXPECT_EQ(Device[CAN_A].File, 5);
@@ -163,10 +157,10 @@ TEST_F(CAN_BENCH, ACloseRightAfterTheOpenStopsTheThread)
 // An interface that is taken for another one, or for open.
 TEST_F(CAN_BENCH, RefusedInterfaces)
 {
-    set_Driver(false);
+    write_Script("/mnt/bin/grep", "exit 1");
     EXPECT_EQ(open_Interfaces(CAN_A), GEN_ERR_FOPEN);
     EXPECT_EQ(Device[CAN_A].File, -2);
-    set_Driver(true);
+    write_Script("/mnt/bin/grep", "exit 0");
     Device[TTYS_0].File = 0;
     EXPECT_EQ(open_Interfaces(0) + open_Interfaces(TTYS_0) + Device[TTYS_0].File, 0);
     EXPECT_EQ(open_Can(TTYS_0), GEN_ERR_PRG_VANTREL);

@@ -19,82 +19,39 @@ extern "C" int usleep(useconds_t)
     return 0;
 }
 
-// The bench with groups, a card, and boards that answer by service, Fn and tag: "18 40 04" to the
-// answer; none: silence.
+// The bench with groups, a card, and boards that answer alike by service, Fn and tag: "18 40 04"
+// to the answer; none: silence.
 struct LOADER : BENCH {
     BROADCAST AllGroups[FIRST_TYPE_GROUP + 3] = {};
-    std::map<string, string> Answers[3];
-    std::map<string, int> NbAsked;
+    std::map<string, string> Answers;
 
     void SetUp() override
     {
         BENCH::SetUp();
         Broadcast = AllGroups;
         make_BroadcastMask();
-        clear_Masks();
+        UpdateSwMask = 0;
         FakeCan.OnSend = [this](const CAN_FRAME &Frame) { answer(Frame); };
         setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
         write_Script("/mnt/bin/ins_cf", "exit 0");
         write_Script("/mnt/bin/rm_cf", "exit 0");
     }
 
-    static void clear_Masks()
-    {
-        TimeoutMask = ReplaceSlavesMask = NewSlavesMask = NoDistributionMask = 0;
-        UpdateSwMask = ForcedDownloadMask = 0;
-    }
-
-    // Status of a phase and what it leaves in the masks: "-1 Timeout 2".
-    static string get_Result(int Status)
-    {
-        string Result = std::to_string(Status);
-        const std::pair<const char *, BM_SLAVE_CAST> Masks[] = {
-            {" Timeout ", TimeoutMask}, {" Replace ", ReplaceSlavesMask},
-            {" New ", NewSlavesMask},   {" NoDist ", NoDistributionMask},
-            {" Update ", UpdateSwMask}, {" Forced ", ForcedDownloadMask}};
-        for (const auto &[Name, Mask] : Masks)
-            Result += Mask != 0 ? Name + std::to_string(Mask) : "";
-        return Result;
-    }
-
     void answer(const CAN_FRAME &Frame)
     {
         const unsigned Id = Frame.Identifier, Number = Id >> 19 & 31, Type = Id >> 14 & 31;
-        const unsigned i =
-            Type == 2 ? 2 : Number - 1; // the boards' addresses as the bench has them
+        const BM_SLAVE_CAST Sender = Type == 2 ? 4 : Number; // as the bench has its boards
         const uint8_t Bytes[] = {uint8_t(Id >> 24), Frame.Data[0], Frame.Data[1]};
-        const string Question = to_Hex(Bytes, 3);
-        NbAsked[Question]++;
-        receive(Bytes[0], {1u << i, Answers[i][Question]});
+        receive(Bytes[0], {Sender, Answers[to_Hex(Bytes, 3)]});
     }
 
-    void set_All(const string &Key, const string &A, const string &B, const string &C)
-    {
-        Answers[0][Key] = A;
-        Answers[1][Key] = B;
-        Answers[2][Key] = C;
-    }
-
-    // The answer with a short item.
-    static string make_Short(const string &Key, int Value)
-    {
-        const uint8_t Bytes[] = {2, 2, uint8_t(Value >> 8), uint8_t(Value)};
-        return "0" + Key.substr(4, 1) + " 00 " + Key.substr(6) + " " + to_Hex(Bytes, sizeof Bytes);
-    }
-
-    void set_Shorts(const string &Key, int A, int B, int C)
-    {
-        set_All(Key, make_Short(Key, A), make_Short(Key, B), make_Short(Key, C));
-    }
-
-    // Board 12, letter D, versions 9 and 9, thrice, and a compressed database on the card.
+    // Board 12, letter D, versions 9 and 9, and a compressed database on the card.
     void set_Database(const string &Text)
     {
-        const string Letter = "00 00 05 02 05 44 00";
-        set_Shorts("18 40 04", 12, 12, 12);
-        set_All("18 40 05", Letter, Letter, Letter);
-        set_Shorts("18 40 06", 9, 9, 9);
-        set_Shorts("18 40 07", 9, 9, 9);
+        Answers = {{"18 40 04", "00 00 04 02 02 00 0C"},
+                   {"18 40 05", "00 00 05 02 05 44 00"},
+                   {"18 40 06", "00 00 06 02 02 00 09"},
+                   {"18 40 07", "00 00 07 02 02 00 09"}};
         write_File(PATH_SLAVES_DB, Text);
         ASSERT_EQ(system("gzip -f " PATH_SLAVES_DB), 0);
     }
@@ -155,45 +112,24 @@ TEST_F(LOADER, DatabaseChoice)
         EXPECT_TRUE(std::filesystem::is_empty(DIR_WORK_HW)) << Fault;
     }
     set_Database(Head + "card 12 A 1 1 " + Ones + "\n");
-    EXPECT_EQ(get_Result(read_HwTypeId_FromDbFile(1, Date, Map)), "767");
-    Answers[0]["18 40 05"] = "00 00 05 01 05 44"; // a letter without its NUL
-    EXPECT_EQ(get_Result(read_HwTypeId_FromDbFile(1, Date, Map)), "-490 Replace 1");
+    EXPECT_EQ(read_HwTypeId_FromDbFile(1, Date, Map), 767);
     std::filesystem::remove(PATH_SLAVES_DB ".gz");
     EXPECT_EQ(read_HwTypeId_FromDbFile(2, Date, Map), -494);
-}
-
-// A board condemned by a database that is older than its own; dates asked for again and again; the
-// end of the checks at a board that knows neither its map nor its identity.
-TEST_F(LOADER, HardwareTypeWithoutEntry)
-{
-    const string Date = "00 00 02 04 03 54 B7 03 00", Later = "00 00 02 04 03 54 B7 03 01";
-    Boards[0].TypeId = Boards[1].TypeId = 9;
-    set_Database("4699\n1421280000\ncard 13 A 1 1 0002\n");
-    set_All("18 40 01", "40 80", "00 00 01 01 06 FF", "00 00 01 01 06 FF");
-    set_All("18 40 02", Date, Later, Date); // Date is 1421280000
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-494");
-    set_All("18 40 02", Date, Date, Date);
-    NbAsked.clear();
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
-    EXPECT_EQ(NbAsked["18 40 02"], 3);
-
-    clear_Masks();
-    Answers[0]["18 40 06"] = "40 80";
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 1");
-    clear_Masks();
-    Answers[0]["18 40 01"] = "00 00 01 01 06 FF"; // knows a map: the checks go on
-    EXPECT_EQ(get_Result(ctrl_HwTypeIdCompatibility()), "-1 Replace 3");
+    Answers["18 40 05"] = "00 00 05 01 05 44"; // a letter without its NUL
+    EXPECT_EQ(read_HwTypeId_FromDbFile(1, Date, Map), -490);
+    EXPECT_EQ(ReplaceSlavesMask, 1u);
 }
 
 // Boards that are not saved because one before them breaks off.
 TEST_F(LOADER, BrokenUpload)
 {
-    const string Name = "01 00 02 02 05 41 42", Opened = "00 00 00 00 00 20", Ended = "42 85";
-    set_All("18 41 02", Name, Name, Name);
-    for (const char *Key : {"18 41 03", "18 41 04", "18 41 05"})
-        set_Shorts(Key, 1, 1, 1);
-    set_All("19 40 00", Opened, Opened, Opened);
-    set_All("19 42 02", Ended, Ended, Ended);
-    set_All("19 44 00", "04 00", "04 00", "04 00");
-    EXPECT_EQ(get_Result(upload_Distributions_FromSlaves()), "0 Update 7");
+    Answers = {{"18 41 02", "01 00 02 02 05 41 42"},
+               {"18 41 03", "01 00 03 01 01 01"},
+               {"18 41 04", "01 00 04 01 01 01"},
+               {"18 41 05", "01 00 05 01 01 01"},
+               {"19 40 00", "00 00 00 00 00 20"}, // 32 bytes
+               {"19 42 02", "42 85"},             // the end of the file
+               {"19 44 00", "04 00"}};
+    EXPECT_EQ(upload_Distributions_FromSlaves(), 0);
+    EXPECT_EQ(UpdateSwMask, 7u);
 }
