@@ -46,11 +46,8 @@ TEST(A2l, Todo)
         {HEADER +
              "cana 2 1 OLD.1.2.3\n"
              "cana0  002  001  PUMP.1.4.12 # comment\r\n"
-             "cana 2 1\n"
-             "\n"
-             "cana 2 257 WRAPPED.1.1.1\n"
-             "cana 4294967298 1 WRAPPED.1.1.1\n"
-             "cana 2 1 0" +
+             "cana 2 1\n\ncana 2 257 WRAPPED.1.1.1\n"
+             "cana 4294967298 1 WRAPPED.1.1.1\ncana 2 1 0" +
              NAME_39 + "\ncana 2 1 a/B.1.1.1\ncana 2 1 x;reboot\nttyS0 2 1 " + NAME_39,
          "0|,+PUMP.1.4.12,+" + NAME_39},
         {HEADER + "cana 1 1 A.1.1.1\ncan 2 1 B.1.1.1\ncana 2 1 C.1.1.1\n",

@@ -51,5 +51,6 @@ TEST(libcan, Device)
     EXPECT_EQ(fcntl(Fd, F_GETFL) & O_ACCMODE, O_RDWR);
     EXPECT_EQ(can_Close(Fd), 0);
     EXPECT_EQ(fcntl(Fd, F_GETFL), -1);
+    EXPECT_EQ(can_Close(Fd), 0);
     EXPECT_EQ(can_Open((Longest + "x").c_str()), -1);
 }
