@@ -173,7 +173,8 @@ TEST_F(ANSWERS, ATimeoutIsReportedButForTheReadinessProbe)
 TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
 {
     BROADCAST Casts[FIRST_TYPE_GROUP + 3] = {};
-    Boards[1].Device = Boards[2].Device = 6;
+    Boards[0].Device = 1;
+    Boards[2].Device = 6;
     Broadcast = Casts;
     make_BroadcastMask();
     Casts[6].BoardType = 3;
@@ -187,12 +188,12 @@ TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
     EXPECT_EQ(close_Interfaces(), 0);
     EXPECT_EQ(init_Variables(), 0);
     EXPECT_EQ(init_Interfaces(), 0);
-    EXPECT_EQ(Casts[BROADCAST_ALL].Mask, 1u);
-    EXPECT_EQ(Casts[8].Mask, 1u);
-    EXPECT_EQ(Casts[9].Mask + Casts[10].Mask, 0u);
+    EXPECT_EQ(Casts[BROADCAST_ALL].Mask, 2u);
+    EXPECT_EQ(Casts[9].Mask, 2u);
+    EXPECT_EQ(Casts[8].Mask + Casts[10].Mask, 0u);
     EXPECT_EQ(Casts[6].Mask + Casts[6].BoardType, 0u);
-    EXPECT_EQ(Boards[2].Device + Boards[2].BoardType, 0);
-    EXPECT_EQ(Boards[0].Device, CAN_A);
+    EXPECT_EQ(Boards[0].Device + Boards[2].Device + Boards[2].BoardType, 0);
+    EXPECT_EQ(Boards[1].Device, CAN_A);
 
     Cmd.Slaves = 0xABCD0000 | 2;
     EXPECT_EQ(get_Reports([] { EXPECT_EQ(send_Cmd(&Cmd), GEN_ERR_PRG_VANTREL); }),

@@ -109,11 +109,11 @@ TEST_F(CAN_BENCH, AMessageBeyondTheCounterEndsTheProcess)
 
 TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
 {
-    // The interface, groups of types 2 and 9, boards (1,1), (1,2), (2,1) and (1,3). Bits 9..13 BN,
+    // The interface, groups of types 2 and 9, boards (1,1), (1,2), (2,1) and (0,1). Bits 9..13 BN,
     // 4..8 BT; service, destination and low bits do not count.
     const auto Find = [] {
         std::vector<BM_SLAVE_CAST> Found;
-        for (const uint32_t Id : {0x000u, 0x020u, 0x090u, 0x210u, 0x18FFC41Fu, 0x220u, 0x610u})
+        for (const uint32_t Id : {0x000u, 0x020u, 0x090u, 0x210u, 0x18FFC41Fu, 0x220u, 0x200u})
             Found.push_back(Id2Mask(CAN_A, Id));
         return Found;
     };
@@ -124,11 +124,11 @@ TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
     Slaves[4].BoardType = 1;  // a second (1,1): the later one wins
     Slaves[3].BoardType = 33; // does not fit the identifier: must not be taken for type 1
     Slaves[5].Device = CAN_A; // nor does its number: must not reach outside the table
-    Slaves[5].BoardNumber = 200;
+    Slaves[5].BoardNumber = 32;
     Slaves[2].BoardNumber = 0; // no board's number: must not hide the group
     Casts[10].BoardType = 2;   // a second group of type 2
     Casts[9].BoardType = 0;    // not a group: must not hide the interface
-    Casts[8].BoardType = 34;   // does not fit either: must not be taken for a board (2,1)
+    Casts[8].BoardType = 32;   // does not fit either: must not be taken for a board (0,1)
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x01u) << "before it is published";
     publish_Senders();
     EXPECT_EQ(Find(), (MASKS{0x1F, 0x10, 0, 0x10, 0x02, 0, 0}));
