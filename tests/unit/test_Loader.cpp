@@ -3,7 +3,6 @@
 #include "Paths.h"
 #include "PrivateFolders.h"
 #include "Reports.h"
-#include "Status.h"
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -68,14 +67,18 @@ TEST(Loader, HexaByte)
     EXPECT_EQ(get_Reports([] { get_HexaByte("0b12"); }), "Loader: b12\n");
 }
 
-// Bits counted from the wrong end; a short map that passes for one that forbids the type.
-TEST(Loader, TypeId)
+// Bits counted from the wrong end; a short map that passes for one that forbids the type; the first
+// byte of an answer's map passed over.
+TEST_F(LOADER, TypeId)
 {
     const uint8_t Map[] = {0x80, 0x02};
     EXPECT_EQ(ctrl_TypeId(9, Map, 1), -1);
     EXPECT_EQ(ctrl_TypeId(9, Map, 2), 1);
-    EXPECT_EQ(ctrl_TypeId(7, Map, 2), 1);
     EXPECT_EQ(ctrl_TypeId(0, Map, 2), 0);
+    for (int i = 0; i < 3; i++)
+        Boards[i].TypeId = uint8_t(7 - 3 * i);
+    Answers = {{"18 40 01", "00 00 01 01 06 92"}};
+    EXPECT_EQ(ctrl_HwTypeIdCompatibility(), 0);
 }
 
 // The tests of the reader in another order, or a field read as another one.
