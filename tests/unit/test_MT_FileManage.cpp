@@ -136,6 +136,7 @@ TEST_F(FILES, LeftoversAreNobodys)
     Leave("touch ABC.1.2.3.tar ABC.1.2.3.tar.gz");
     EXPECT_EQ(run("||", [] { return get_SlaveDistribution(SLAVE_0); }), "-493 oo");
     EXPECT_TRUE(std::filesystem::is_empty(SW));
+    EXPECT_EQ(std::filesystem::current_path(), "/home/user/vantrel");
 
     const std::string Pack = "echo old >sheader.bin && tar -cf ABC.1.2.3.tar --remove-files *.bin";
     for (const char *Archive : {"", "; echo damaged >ABC.1.2.3.tar.gz"}) {
