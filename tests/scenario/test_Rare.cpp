@@ -13,12 +13,12 @@ void want_UnknownType(Scenario &Machine)
     Machine.Database = {"card 211 1 1 20"};
 }
 
-// The left board's software is asked for by appl.todo, in a newer compilation.
+// The left board's software is asked for by appl.todo, in another version.
 void force_Left(Scenario &Machine, const char *Name)
 {
     Software Wanted = Machine.Boards[0].Runs;
     Wanted.Name = Name;
-    Wanted.Version[2] = 4;
+    Wanted.Version = {4, 5, 6};
     Machine.store(Wanted);
     Machine.Todo = {"cana 2 1 " + Wanted.get_DistributionName()};
 }
@@ -84,6 +84,8 @@ TEST(Rare, Boards)
          WITH(force_Left(Machine, "PUMP"); Left.Toml = fault("silence 24 1 tag=2\nnth=2")),
          "0 timeout=1"},
     });
+    check("a slot that goes on to expect what was replaced", WITH(force_Left(Machine, "PUMP")),
+          "0 modify=1" + STARTED.substr(1) + " todo:002 001 00210 000001 PUMP       004 005 006,");
 }
 
 TEST(Rare, Outside)

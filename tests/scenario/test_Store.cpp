@@ -150,7 +150,8 @@ TEST(Store, HeadersThatLie)
     }
 }
 
-// A distribution that is read from each board that has it, or at each start.
+// A distribution that is read from each board that has it, or at each start, or that fills the
+// memory when it has been saved.
 TEST(Store, OneUploadServesAllBoardsAndAllStarts)
 {
     Scenario Machine;
@@ -159,6 +160,7 @@ TEST(Store, OneUploadServesAllBoardsAndAllStarts)
     }
     const ScenarioRun First = Machine.run_Expecting("0 started");
     EXPECT_EQ(get_Frames(First, "19.{6}#408.*").size(), 2 * 26U); // two files are opened
+    EXPECT_TRUE(std::filesystem::is_empty(Machine.get_Folder() / "vantrel/slave_sw"));
     check_Run(Machine, "0 started", "", "PUMP");
     EXPECT_EQ(Machine.run().Trace.find(" cana 19"), std::string::npos); // no file is asked for
 }

@@ -32,8 +32,14 @@ TEST(Types, HardwareMaps)
           WITH(want_21(Machine); Right.TypeId = Heat.TypeId = 21),
           "0 replace=1 ctrl_HW, conf errors:002 002,", "", "18.*#600103.*",
           Map + "1800C3F0#60010306000020,");
-    check("another board's entry",
-          WITH(want_21(Machine, "card 211 B 2 0 000020"); Heat.HardwareItems[2] = "\"1700000001\""),
+    check("another board's entry, dates asked for again and again",
+          WITH(want_21(Machine, "card 211 B 2 0 000020"); Right.TypeId = 21;
+               Heat.HardwareItems[2] = "\"1700000001\""),
+          "0 replace=2 ctrl_HW, conf errors:002 001,002 002,", "", "18.*#4002",
+          "188883F0#4002,189083F0#4002,1800C3F0#4002,");
+    check("further checks behind a board that knows neither its map nor its identity",
+          WITH(want_21(Machine, "card 211 B 2 0 000020"); Right.TypeId = 21;
+               Left.HardwareItems[1] = Left.HardwareItems[4] = ""),
           "0 replace=1 ctrl_HW, conf errors:002 001,");
     check("a map cut that no message holds",
           WITH(want_21(Machine, ("card 210 1 0 " + std::string(1532, 'F')).c_str())),

@@ -31,6 +31,18 @@ inline std::string to_Hex(const uint8_t *pBytes, int Count)
     return Text;
 }
 
+// What a command's builder makes of its parameters for the slaves 5: "19 43 40: 02 FF", service and
+// function hexadecimal, time-out, bytes. Cmd must be allocated.
+template <typename... PARAMETERS>
+std::string build(void (*Builder)(MSG *, BM_SLAVE_CAST, PARAMETERS...),
+                  std::type_identity_t<PARAMETERS>... Parameters)
+{
+    Builder(&Cmd, 5, Parameters...);
+    EXPECT_EQ(Cmd.Slaves, 5u);
+    const uint8_t Head[] = {Cmd.MT, Cmd.Fn};
+    return to_Hex(Head, 2) + " " + std::to_string(Cmd.TimeOut) + ": " + to_Hex(Cmd.pP, Cmd.NbP);
+}
+
 struct ANSWER {
     BM_SLAVE_CAST Sender;
     std::string Message; // hexadecimal: Fn, then the parameters; empty: silence

@@ -46,11 +46,8 @@ TEST(A2l, Todo)
         {HEADER +
              "cana 2 1 OLD.1.2.3\n"
              "cana0  002  001  PUMP.1.4.12 # comment\r\n"
-             "cana 2 1\n"
-             "\n"
-             "cana 2 257 WRAPPED.1.1.1\n"
-             "cana 4294967298 1 WRAPPED.1.1.1\n"
-             "cana 2 1 0" +
+             "cana 2 1\n\ncana 2 257 WRAPPED.1.1.1\n"
+             "cana 4294967298 1 WRAPPED.1.1.1\ncana 2 1 0" +
              NAME_39 + "\ncana 2 1 a/B.1.1.1\ncana 2 1 x;reboot\nttyS0 2 1 " + NAME_39,
          "0|,+PUMP.1.4.12,+" + NAME_39},
         {HEADER + "cana 1 1 A.1.1.1\ncan 2 1 B.1.1.1\ncana 2 1 C.1.1.1\n",
@@ -59,10 +56,8 @@ TEST(A2l, Todo)
          "-496|A2l: Error : Device unknown = xyz\n+A.1.1.1,,,"},
         {"", "-496|A2l: Erreur de lecture de la signature.\n"},
         {string("\0\xFF\n", 3), "-496|A2l: Erreur de conversion de la signature.\n"},
-        {"4697", "-496|A2l: La signature n'est pas correcte.\n"},
         {"4698\n", "-496|A2l: Erreur de lecture de la date.\n"},
         {"4698\n\n", "-496|A2l: Erreur de lecture de la version de l'application.\n"},
-        {"4698\n\n\n", "-496|A2l: Erreur de lecture de la version du fichier.\n"},
         {"4698\n\n\nx\n", "-496|A2l: Erreur de conversion de la version du fichier.\n"},
         {"4698\n1\nx\n7\n", "0|"},
     };

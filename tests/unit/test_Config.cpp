@@ -139,21 +139,16 @@ static string choose_Protocol(const string &Text, int16_t Wanted, bool Cut = fal
         std::tuple(Group.ProtocolStructure, Group.ProtocolParam1, Group.ProtocolParam2));
 }
 
-// Each fault of appl.protocols ends the process with its own status (its low 8 bits), and appl.conf
-// must be closed.
+// Each fault of appl.protocols ends the process with its own status (its low 8 bits).
 TEST(Protocols, Faults)
 {
     const CASE Cases[] = {
         {"4698\n1\nx\n", -499, "Erreur de lecture de la version du fichier\\."},
-        {"4698\n1\nx\n1\n", -898, "La version n'est pas reconnue\\."},
         {HEADER + "ttyS0 3 1\n", -499, "Erreur de lecture\\."},
     };
     for (const auto &[Text, Status, Report] : Cases)
         EXPECT_EXIT((dup2(2, 1), choose_Protocol(Text, 255)), ExitedWithCode(Status & 0xFF),
                     Report);
-    read_Conf("two\n"); // leaves it open
-    EXPECT_DEATH(choose_Protocol(HEADER, 255), "ConfigFile == \\(\\(void \\*\\)0\\)");
-    close_ConfigFile();
     unlink(PROTOCOLS.c_str());
     EXPECT_EXIT((dup2(2, 1), open_ProtocolsFile()), ExitedWithCode(125), "ctrl_FilePresence");
 }

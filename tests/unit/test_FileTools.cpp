@@ -4,6 +4,7 @@
 #include "Reports.h"
 #include <filesystem>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -11,8 +12,7 @@ namespace
 testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
 
 // A machine whose card and network share are mounted by the platform's commands; /proc/mounts shows
-// the card's name in the device and in other letters. Each command that runs leaves its name in
-// /var/calls.
+// the card's name in the device and in other letters.
 struct Storage : testing::Test {
     void SetUp() override
     {
@@ -21,129 +21,101 @@ struct Storage : testing::Test {
         set_Command("/mnt/bin/rm_cf", "umount /mnt/card");
         set_Command("/home/user/usbmount", "exit 0");
         set_Command("/home/user/save/exe/mount_net", "exit 1");
+        set_Command("/home/user/save/exe/umount_net", "exit 1");
         std::filesystem::create_directories("/mnt/card");
-        write_File("/home/user/save/file", "card");
+        write_File(FILE, "card");
     }
     void TearDown() override
     {
         system("umount /mnt/card 2> /dev/null");
-        std::filesystem::remove("/var/calls");
     }
     void set_Command(const std::string &Path, const std::string &Body)
     {
-        write_Script(Path, "echo ${0##*/} $* >> /var/calls\n" + Body);
+        write_Script(Path, "echo -n ${0##*/}${1:+ $*}, >> /var/calls\n" + Body);
     }
-    // The commands that ran since the last call.
-    std::string take_Calls()
+    // What Work returns, the commands that it ran, and its reports: "-997 ins_cf,Error : mount\n".
+    template <typename... PARAMETERS>
+    std::string run(int (*Work)(PARAMETERS...), std::type_identity_t<PARAMETERS>... Parameters)
     {
-        std::string Calls = read_File("/var/calls");
-        std::filesystem::remove("/var/calls");
-        return Calls;
+        write_File("/var/calls", "");
+        std::string Result;
+        const std::string Reports =
+            get_Reports([&] { Result = std::to_string(Work(Parameters...)) + " "; });
+        Result += read_File("/var/calls");
+        return Result + (Reports.starts_with("FileTools: ") ? Reports.substr(11) : Reports);
     }
+
+    static constexpr const char *FILE = "/home/user/save/file";
 };
 
 // Storage that stays mounted, that is unmounted under somebody else, or a result that the unmount
 // changes.
 TEST_F(Storage, IsMountedOnlyForTheWork)
 {
-    EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), 1);
-    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\n");
-    EXPECT_EQ(ctrl_FilePresence("/home/user/saved"), 0); // the beginning of the path decides
-    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\n");
-    EXPECT_EQ(ctrl_DirPresence("/home/user"), 1);
-    EXPECT_EQ(take_Calls(), "");
+    EXPECT_EQ(run(ctrl_FilePresence, FILE), "1 ins_cf,rm_cf,");
+    EXPECT_EQ(run(ctrl_FilePresence, "/home/user/saved"), "0 ins_cf,rm_cf,"); // so it begins
+    EXPECT_EQ(run(ctrl_DirPresence, "/home/user"), "1 ");
 
-    EXPECT_EQ(mount("/home/user/save"), 0);
-    EXPECT_EQ(ctrl_mount("/home/user/save"), 1);
-    EXPECT_EQ(make_Dir("/home/user/save/new"), 0);
-    EXPECT_EQ(take_Calls(), "ins_cf\n");
-    EXPECT_EQ(umount("/home/user/save/anything"), 0);
-    EXPECT_EQ(mount("/home/user/save/anything"), 0); // mounts by exact names only
-    EXPECT_EQ(take_Calls(), "rm_cf\n");
-    EXPECT_EQ(ctrl_mount("/home/user/vantrel"), 1);
+    EXPECT_EQ(run(mount, "/home/user/save"), "0 ins_cf,");
+    EXPECT_EQ(run(ctrl_mount, "/home/user/save"), "1 ");
+    EXPECT_EQ(run(make_Dir, "/home/user/save/new"), "0 ");
+    EXPECT_EQ(run(umount, "/home/user/save/anything"), "0 rm_cf,");
+    EXPECT_EQ(run(mount, "/home/user/save/anything"), "0 "); // mounts by exact names only
+    EXPECT_EQ(run(ctrl_mount, "/home/user/vantrel"), "1 ");
 
     set_Command("/mnt/bin/rm_cf", "umount /mnt/card; exit 3");
-    EXPECT_EQ(get_Reports([] {
-                  EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), 1);
-                  EXPECT_EQ(ctrl_DirPresence("/home/user/save/new"), 1);
-                  EXPECT_EQ(make_Dir("/home/user/save/new"), 0);
-              }),
-              "FileTools: Error : umount\nFileTools: Erreur : umount\nFileTools: Error : umount\n");
+    EXPECT_EQ(run(ctrl_FilePresence, FILE), "1 ins_cf,rm_cf,Error : umount\n");
+    EXPECT_EQ(run(ctrl_DirPresence, "/home/user/save/new"), "1 ins_cf,rm_cf,Erreur : umount\n");
+    EXPECT_EQ(run(make_Dir, "/home/user/save/new"), "0 ins_cf,rm_cf,Error : umount\n");
 }
 
-TEST_F(Storage, RunsTheCommandsOfEachDevice)
-{
-    set_Command("/home/user/save/exe/umount_net", "exit 1");
-    EXPECT_EQ(ctrl_FilePresence("/mnt/removable/x"), 0);
-    EXPECT_EQ(take_Calls(), "usbmount /mnt/removable\nusbmount /mnt/removable umount\n");
-    EXPECT_EQ(mount("/mnt/net"), -997);
-    EXPECT_EQ(umount("/mnt/net"), -996);
-    EXPECT_EQ(take_Calls(), "mount_net\numount_net\n");
-}
-
-// Work on storage that is not there.
+// Another device's commands, work on storage that is not there.
 TEST_F(Storage, FailedMountSkipsTheWork)
 {
+    EXPECT_EQ(run(ctrl_FilePresence, "/mnt/removable/x"),
+              "0 usbmount /mnt/removable,usbmount /mnt/removable umount,");
+    EXPECT_EQ(run(mount, "/mnt/net"), "-997 mount_net,");
+    EXPECT_EQ(run(umount, "/mnt/net"), "-996 umount_net,");
     set_Command("/mnt/bin/ins_cf", "exit 1");
-    EXPECT_EQ(get_Reports([] {
-                  EXPECT_EQ(ctrl_FilePresence("/home/user/save/file"), -997);
-                  EXPECT_EQ(ctrl_DirPresence("/home/user/save"), -997);
-                  EXPECT_EQ(make_Dir("/home/user/save/never"), -997);
-              }),
-              "FileTools: Error : mount\nFileTools: Erreur : mount\nFileTools: Erreur : mount\n");
+    EXPECT_EQ(run(ctrl_FilePresence, FILE), "-997 ins_cf,Error : mount\n");
+    EXPECT_EQ(run(ctrl_DirPresence, "/home/user/save"), "-997 ins_cf,Erreur : mount\n");
+    EXPECT_EQ(run(make_Dir, "/home/user/save/never"), "-997 ins_cf,Erreur : mount\n");
     EXPECT_FALSE(std::filesystem::exists("/home/user/save/never"));
-    EXPECT_EQ(take_Calls(), "ins_cf\nins_cf\nins_cf\n");
 }
 
 // Storage unmounted in another order (a share's own commands lie on the card), or left mounted.
 TEST_F(Storage, CopyMountsBothSides)
 {
-    EXPECT_EQ(copy_File("/home/user/save/file", "/home/user/vantrel/tmp"), 0);
+    EXPECT_EQ(run(copy_File, FILE, "/home/user/vantrel/tmp"),
+              "0 ins_cf,rm_cf,ins_cf,rm_cf,"); // its presence, then the copy
     EXPECT_EQ(read_File("/home/user/vantrel/tmp/file"), "card");
-    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nrm_cf\n"); // its presence, then the copy
-    EXPECT_EQ(
-        get_Reports([] { EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/removable/x"), -998); }),
-        "FileTools: Erreur : cp \"/home/user/save/file\" \"/mnt/removable/x\" (Status = 256)\n");
-    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nusbmount /mnt/removable\n"
-                            "rm_cf\nusbmount /mnt/removable umount\n");
-    EXPECT_EQ(
-        get_Reports([] { EXPECT_EQ(copy_File("/home/user/save/file", "/mnt/net/file"), -997); }),
-        "FileTools: Erreur : mount\n");
-    EXPECT_EQ(take_Calls(), "ins_cf\nrm_cf\nins_cf\nmount_net\n"); // the card stays mounted
-    EXPECT_EQ(get_Reports([] {
-                  EXPECT_EQ(copy_File("/nowhere", "/nowhere"), 0);
-                  EXPECT_EQ(copy_File("/nowhere", "/var/x"), -892);
-                  EXPECT_EQ(copy_File(nullptr, "/var/x"), -898);
-                  EXPECT_EQ(copy_File("/nowhere", nullptr), -898);
-              }),
-              "FileTools: Erreur : Source n'existe pas (\"/nowhere\")\n"
-              "FileTools: Erreur : Source == NULL\nFileTools: Erreur : Target == NULL\n");
+    EXPECT_EQ(run(copy_File, FILE, "/mnt/removable/x"),
+              "-998 ins_cf,rm_cf,ins_cf,usbmount /mnt/removable,"
+              "rm_cf,usbmount /mnt/removable umount,"
+              "Erreur : cp \"/home/user/save/file\" \"/mnt/removable/x\" (Status = 256)\n");
+    EXPECT_EQ(run(copy_File, FILE, "/mnt/net/file"), // the card stays mounted
+              "-997 ins_cf,rm_cf,ins_cf,mount_net,Erreur : mount\n");
+    EXPECT_EQ(run(copy_File, "/nowhere", "/nowhere"), "0 ");
+    EXPECT_EQ(run(copy_File, "/nowhere", "/var/x"),
+              "-892 Erreur : Source n'existe pas (\"/nowhere\")\n");
+    EXPECT_EQ(run(copy_File, nullptr, "/var/x"), "-898 Erreur : Source == NULL\n");
+    EXPECT_EQ(run(copy_File, "/nowhere", nullptr), "-898 Erreur : Target == NULL\n");
 }
 
-// Half a file that passes for a whole one: after a cut, on a full card, or because nothing marked
-// it.
+// Half a file that passes for a whole one: on a full card, or because nothing marked it.
 TEST_F(Storage, ACopyIsWholeOrNotThere)
 {
     const std::string Marker = "/home/user/save/.copy.copying";
-    write_File("/home/user/save/copy", "ha");
-    write_File(Marker, "");
-    EXPECT_EQ(ctrl_FilePresence("/home/user/save/copy"), 0);
-    EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
-    EXPECT_FALSE(std::filesystem::exists(Marker));
-
     write_File("/var/copy", "half");
-    write_File(Marker, ""); // of a copy that was cut before it began
-    EXPECT_EQ(copy_File("/var/copy", "/home/user/save"), 0);
-    EXPECT_EQ(ctrl_FilePresence("/home/user/save/copy"), 1);
-
     std::filesystem::create_directories("/var/folder/copy"); // cp cannot copy it
     EXPECT_EQ(copy_File("/var/folder/copy", "/home/user/save/copy"), -998);
     EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
     EXPECT_FALSE(std::filesystem::exists(Marker));
 
     std::filesystem::create_directory(Marker); // no marker can be made
-    EXPECT_EQ(get_Reports([] { EXPECT_EQ(copy_File("/var/copy", "/home/user/save"), -998); }),
-              "FileTools: Erreur : cp \"/var/copy\" \"/home/user/save\" (Status = -1)\n"
+    EXPECT_EQ(run(copy_File, "/var/copy", "/home/user/save"),
+              "-998 ins_cf,rm_cf,"
+              "Erreur : cp \"/var/copy\" \"/home/user/save\" (Status = -1)\n"
               "FileTools: Erreur : unlink(/home/user/save/.copy.copying)\n");
     EXPECT_FALSE(std::filesystem::exists("/home/user/save/copy"));
     std::filesystem::remove(Marker);
@@ -152,15 +124,10 @@ TEST_F(Storage, ACopyIsWholeOrNotThere)
 TEST_F(Storage, MakesOneDirectory)
 {
     umask(0);
-    EXPECT_EQ(make_Dir("/var/one"), 0);
-    EXPECT_EQ(make_Dir("/var/one"), 0);
+    EXPECT_EQ(run(make_Dir, "/var/one") + run(make_Dir, "/var/one"), "0 0 ");
     EXPECT_EQ(std::filesystem::status("/var/one").permissions(), std::filesystem::perms::all);
-    EXPECT_EQ(get_Reports([] {
-                  EXPECT_EQ(make_Dir("/var/two/three"), -994);
-                  EXPECT_EQ(ctrl_FilePresence(nullptr), 0);
-              }),
-              "FileTools: Erreur : test -d \"/var/two/three\"\n"
-              "FileTools: Erreur : pas de nom de fichier\n");
+    EXPECT_EQ(run(make_Dir, "/var/two/three"), "-994 Erreur : test -d \"/var/two/three\"\n");
+    EXPECT_EQ(run(ctrl_FilePresence, nullptr), "0 Erreur : pas de nom de fichier\n");
 }
 
 // A log without the failed condition or its trailer, and a name at the bound that is refused.
@@ -169,12 +136,10 @@ TEST_F(Storage, AssertionsCompleteTheLogFirst)
     EXPECT_EQ(ctrl_DirPresence(std::string(129, 'd').c_str()), 0);
     EXPECT_EQ(ctrl_mount(std::string(89, 'd').c_str()), 0);
     ErrorInit(PATH_LOG);
-    const std::string Out = get_Reports([] {
-        EXPECT_DEATH(ctrl_DirPresence(std::string(130, 'd').c_str()),
-                     "Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
-    });
-    EXPECT_EQ(Out.rfind("Assert : ../src/FileTools ", 0), 0) << Out;
-    EXPECT_TRUE(Out.ends_with(" \nFileTools: (strlen(DirName) + 10 < 140)\n")) << Out;
+    EXPECT_DEATH((dup2(2, 1), ctrl_DirPresence(std::string(130, 'd').c_str())),
+                 "^Assert : ../src/FileTools [0-9]+ \n../src/FileTools .*[0-9] "
+                 "\\(strlen\\(DirName\\) \\+ 10 < 140\\)\n"
+                 "qx: .*: Assertion `\\(strlen\\(DirName\\) \\+ 10 < 140\\)' failed");
     const std::string Log = read_File(PATH_LOG);
     EXPECT_EQ(ErrorClose(), 0);
     EXPECT_NE(Log.find("(strlen(DirName) + 10 < 140)\nFin - "), std::string::npos) << Log;

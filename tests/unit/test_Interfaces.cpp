@@ -1,5 +1,6 @@
 // The answer store, sending and waiting.
 #include "Bench.h"
+#include "Reports.h"
 #include "Status.h"
 #include <thread>
 #include <unistd.h>
@@ -11,11 +12,6 @@ static void feed(BM_SLAVE_CAST Sender, const std::string &Data, bool MultiFrame 
 {
     const CAN_FRAME Frame = make_AnswerFrame(24, 1, 1, from_Hex(Data), MultiFrame);
     fill_pAns(&Frame, &Sender);
-}
-
-static bool has(const std::string &Output, const char *Text)
-{
-    return Output.find(Text) != std::string::npos;
 }
 
 struct ANSWERS : BENCH {
@@ -94,25 +90,25 @@ TEST_F(ANSWERS, TheLongestAnswerIsWhole)
     MSG *pMsg = nullptr;
     ASSERT_EQ(get_pAns(&Cmd, &pMsg), 1);
     EXPECT_EQ(pMsg->NbP, 768);
-    EXPECT_EQ(get_Parameter(pMsg, 5), 0);
-    EXPECT_EQ(get_Parameter(pMsg, 6), 126);
-    EXPECT_EQ(get_Parameter(pMsg, 761), 1);
-    EXPECT_EQ(get_Parameter(pMsg, 767), 0);
-    EXPECT_EQ(get_Parameter(pMsg, 768), 0); // not carried
-    EXPECT_EQ(get_Parameter(pMsg, -1), 0);
+    // The last two are not carried.
+    for (const auto &[Index, Byte] :
+         {std::pair(5, 0), {6, 126}, {761, 1}, {767, 0}, {768, 0}, {-1, 0}})
+        EXPECT_EQ(get_Parameter(pMsg, Index), Byte) << Index;
 }
 
 TEST_F(ANSWERS, ABrokenStreamEndsTheProcess)
 {
-    const auto Exited = testing::ExitedWithCode(255);
-    EXPECT_EXIT((dup2(2, 1), feed(2, "41 03 01", MULTI)), Exited,
-                "Pas trouvé de chaîne correspondant au message\n"
-                ".*Msg: Slave 0000000000000002   Id 180FC218    Fn 41\n");
     feed(1, "41 84 01 02 03 04 05 06", MULTI);
-    EXPECT_EXIT((dup2(2, 1), feed(1, "41 02 01", MULTI)), Exited, "CDM - Num reçu erronné\n");
-    EXPECT_EXIT((dup2(2, 1), feed(1, "41 04 01", MULTI)), Exited, "CDM - Num reçu erronné\n");
-    EXPECT_EXIT(feed(2, "41 03 01", MULTI), Exited, "") << "another sender's";
-    EXPECT_EXIT(feed(1, "42 03 01", MULTI), Exited, "") << "another function's";
+    const std::tuple<BM_SLAVE_CAST, const char *, const char *> Cases[] = {
+        {2, "41 03 01", // another sender's
+         "Pas trouvé de chaîne correspondant au message\n"
+         ".*Msg: Slave 0000000000000002   Id 180FC218    Fn 41\n"},
+        {1, "42 03 01", "Pas trouvé"}, // another function's
+        {1, "41 02 01", "CDM - Num reçu erronné\n"},
+        {1, "41 04 01", "CDM - Num reçu erronné\n"},
+    };
+    for (const auto &[Sender, Data, Report] : Cases)
+        EXPECT_EXIT((dup2(2, 1), feed(Sender, Data, MULTI)), testing::ExitedWithCode(255), Report);
 }
 
 TEST_F(ANSWERS, RecordsRunOutAtTwoBelowTheirNumber)
@@ -141,24 +137,20 @@ TEST_F(ANSWERS, WhatDoesNotBelongToTheCommandIsDroppedWithAReport)
     feed(3, "C1 03"); // a group with the board in it; bits 6, 7 do not count
     feed(4, "41 81 01 02 03 04 05 06", MULTI); // not asked for yet: behind the short ones
     feed(4, "41 00 07", MULTI);
-    testing::internal::CaptureStdout();
     MSG *pMsg = nullptr;
-    EXPECT_EQ(get_pAns(&Cmd, &pMsg), 1);
-    EXPECT_EQ(get_Parameter(pMsg, 0), 3);
-    EXPECT_EQ(get_pAns(&Cmd, &pMsg), 1) << "an answer stays until it is given back";
-    pMsg->Slaves = 0;
-    const std::string Out = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(has(Out, " Slave 0000000000000002  MT 18  Fun 41\n"));
-    EXPECT_TRUE(has(Out, " Slave 0000000000000001  MT 18  Fun 42\n"));
-    EXPECT_TRUE(has(Out, "Message hors contexte :\n"));
-
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(get_pAns(&Cmd, &pMsg), 0);
+    const std::string Dropped = "Interfaces: Message hors contexte :\nInterfaces:  Slave ";
+    EXPECT_EQ(get_Reports([&] {
+                  EXPECT_EQ(get_pAns(&Cmd, &pMsg), 1);
+                  EXPECT_EQ(get_Parameter(pMsg, 0), 3);
+                  EXPECT_EQ(get_pAns(&Cmd, &pMsg), 1) << "an answer stays until it is given back";
+              }),
+              Dropped + "0000000000000002  MT 18  Fun 41\n" + Dropped +
+                  "0000000000000001  MT 18  Fun 42\n");
+    pMsg->Slaves = 0; // given back: in silence
+    EXPECT_EQ(get_Reports([&] { EXPECT_EQ(get_pAns(&Cmd, &pMsg), 0); }),
+              Dropped + "0000000000000004  MT 18  Fun 41\n");
     EXPECT_EQ(pMsg, nullptr);
     EXPECT_EQ(pAns[ANS_LONG][0].pP, nullptr) << "the long answer's bytes are freed";
-    const std::string Rest = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(has(Rest, " Slave 0000000000000004  MT 18  Fun 41\n"));
-    EXPECT_FALSE(has(Rest, "Slave 0000000000000000")) << "given back: in silence";
     EXPECT_EQ(get_pAns(nullptr, &pMsg), GEN_ERR_PRG_VANTREL);
 }
 
@@ -169,26 +161,23 @@ TEST_F(ANSWERS, ATimeoutIsReportedButForTheReadinessProbe)
     Cmd.TimeOut = FakeCan.Ticks; // the last tick is still in time
     EXPECT_EQ(get_pAns(&Cmd, &pMsg), 0);
     FakeCan.TicksPerRead = 1;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(wait_pAns(&Cmd, &pMsg), ERR_TIMEOUT);
-    const std::string Out = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(has(Out, "Timeout : Slave = 0x0000000000000007  MT = 0x18  Fn = 0x41\n"));
-    Cmd.MT = 22;
-    Cmd.Fn = 0x40;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(get_pAns(&Cmd, &pMsg), ERR_TIMEOUT);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(get_Reports([&] {
+                  EXPECT_EQ(wait_pAns(&Cmd, &pMsg), ERR_TIMEOUT);
+                  Cmd.MT = 22;
+                  Cmd.Fn = 0x40;
+                  EXPECT_EQ(get_pAns(&Cmd, &pMsg), ERR_TIMEOUT);
+              }),
+              "Interfaces: Timeout : Slave = 0x0000000000000007  MT = 0x18  Fn = 0x41\n");
 }
 
 TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
 {
-    BROADCAST Casts[9] = {};
-    Casts[BROADCAST_ALL].Mask = 7;
-    Casts[CAN_A] = {1, CAN_A, 0, -1, -1, 0, 0};
-    Casts[6] = {6, 6, 3, -1, -1, 0, 0};
-    Casts[8] = {7, 0, 2, -1, -1, 0, 0};
+    BROADCAST Casts[FIRST_TYPE_GROUP + 3] = {};
+    Boards[0].Device = 1;
+    Boards[2].Device = 6;
     Broadcast = Casts;
-    NbBroadcasts = 9;
+    make_BroadcastMask();
+    Casts[6].BoardType = 3;
     Cmd.NbP = 0;
     EXPECT_EQ(send_Cmd(&Cmd), 0); // not served: nothing sent, nothing said
     EXPECT_EQ(get_Sent().size(), 1u);
@@ -199,16 +188,16 @@ TEST_F(ANSWERS, SlavesOfOtherInterfacesGoOutOfService)
     EXPECT_EQ(close_Interfaces(), 0);
     EXPECT_EQ(init_Variables(), 0);
     EXPECT_EQ(init_Interfaces(), 0);
-    EXPECT_EQ(Casts[BROADCAST_ALL].Mask, 1u);
-    EXPECT_EQ(Casts[8].Mask, 1u);
+    EXPECT_EQ(Casts[BROADCAST_ALL].Mask, 2u);
+    EXPECT_EQ(Casts[9].Mask, 2u);
+    EXPECT_EQ(Casts[8].Mask + Casts[10].Mask, 0u);
     EXPECT_EQ(Casts[6].Mask + Casts[6].BoardType, 0u);
-    EXPECT_EQ(Boards[2].Device + Boards[2].BoardType, 0);
-    EXPECT_EQ(Boards[0].Device, CAN_A);
+    EXPECT_EQ(Boards[0].Device + Boards[2].Device + Boards[2].BoardType, 0);
+    EXPECT_EQ(Boards[1].Device, CAN_A);
 
     Cmd.Slaves = 0xABCD0000 | 2;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(send_Cmd(&Cmd), GEN_ERR_PRG_VANTREL);
-    EXPECT_TRUE(has(testing::internal::GetCapturedStdout(), "Slaves inconnus: 0002\n"));
+    EXPECT_EQ(get_Reports([] { EXPECT_EQ(send_Cmd(&Cmd), GEN_ERR_PRG_VANTREL); }),
+              "Interfaces: Slaves inconnus: 0002\n");
 }
 
 TEST_F(ANSWERS, TheSlavesOfAMaskAreWalkedInTableOrder)
@@ -216,12 +205,10 @@ TEST_F(ANSWERS, TheSlavesOfAMaskAreWalkedInTableOrder)
     Boards[0].Mask = 0; // has no bit: never found
     BM_SLAVE_CAST Mask = 0xFF;
     uint16_t Index = 0;
-    EXPECT_EQ(get_SlaveIndex(&Mask, &Index), 0);
-    EXPECT_EQ(Index, 1);
-    EXPECT_EQ(get_SlaveIndex(&Mask, &Index), 0);
-    EXPECT_EQ(Index, 2);
-    EXPECT_EQ(get_SlaveIndex(&Mask, &Index), -1);
-    EXPECT_EQ(Index, 0xFFFF);
+    for (const uint16_t Expected : std::initializer_list<uint16_t>{1, 2, 0xFFFF}) {
+        EXPECT_EQ(get_SlaveIndex(&Mask, &Index), Expected == 0xFFFF ? -1 : 0);
+        EXPECT_EQ(Index, Expected);
+    }
     EXPECT_EQ(Mask, 0xF9u);
 }
 
@@ -234,8 +221,8 @@ TEST_F(ANSWERS, AMillionAnswersBetweenTwoThreads)
     publish_Senders();
     std::atomic<uint32_t> Taken{0}; // relaxed: keeps the pace, and orders nothing
     std::thread Receiver([&Taken] {
-        CAN_FRAME Frames[2] = {make_AnswerFrame(24, 1, 1, from_Hex("41 00 00 00 00 55 66 77")),
-                               make_AnswerFrame(24, 1, 2, from_Hex("41 00 00 00 00 55 66 77"))};
+        const std::vector<uint8_t> Data = {0x41, 0, 0, 0, 0, 7, 8, 9};
+        CAN_FRAME Frames[] = {make_AnswerFrame(24, 1, 1, Data), make_AnswerFrame(24, 1, 2, Data)};
         for (uint32_t i = 0; i < NB_ANSWERS; i++) {
             while (i - Taken.load(std::memory_order_relaxed) >= 100)
                 std::this_thread::yield();
@@ -254,7 +241,7 @@ TEST_F(ANSWERS, AMillionAnswersBetweenTwoThreads)
         }
         uint32_t Value = 0;
         memcpy(&Value, pMsg->pP, sizeof Value);
-        if (Value != i || pMsg->NbP != 7 || pMsg->pP[6] != 0x77 || pMsg->Slaves != 1 + i % 2)
+        if (Value != i || pMsg->NbP != 7 || pMsg->pP[6] != 9 || pMsg->Slaves != 1 + i % 2)
             Errors++;
         pMsg->Slaves = 0;
         if (++i % 4096 == 0) {

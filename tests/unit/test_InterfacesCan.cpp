@@ -1,43 +1,43 @@
 // Framing, addressing and senders, against frames written by hand.
 #include "Bench.h"
+#include "InterfacesTtys.h"
 #include "PrivateFolders.h"
+#include "Reports.h"
 #include "Status.h"
+#include <numeric>
 #include <unistd.h>
+
+static testing::Environment *const Folders = testing::AddGlobalTestEnvironment(new PRIVATE_FOLDERS);
+
+using FRAMES = std::vector<std::string>;
 
 struct CAN_BENCH : BENCH {
     SLAVE Slaves[6] = {};
-    BROADCAST Casts[11] = {};
+    BROADCAST Casts[FIRST_TYPE_GROUP + 6] = {};
 
     // Boards (BT, BN): (1,1) (1,2) (2,1) (2,2) (3,1) on CAN A, (1,1) on a serial line.
     void SetUp() override
     {
         BENCH::SetUp();
-        const uint8_t Types[6] = {1, 1, 2, 2, 3, 1};
-        const uint8_t Numbers[6] = {1, 2, 1, 2, 1, 1};
+        const uint8_t Places[6][2] = {{1, 1}, {1, 2}, {2, 1}, {2, 2}, {3, 1}, {1, 1}};
         for (unsigned i = 0; i < 6; i++) {
             Slaves[i].Mask = BM_SLAVE_CAST{1} << i;
             Slaves[i].Device = i < 5 ? CAN_A : TTYS_0;
-            Slaves[i].BoardType = Types[i];
-            Slaves[i].BoardNumber = Numbers[i];
+            Slaves[i].BoardType = Places[i][0];
+            Slaves[i].BoardNumber = Places[i][1];
         }
-        Casts[BROADCAST_ALL] = {0x3F, 0, 0, -1, -1, 0, 0};
-        Casts[TTYS_0] = {0x20, TTYS_0, 0, -1, -1, 0, 0};
-        Casts[CAN_A] = {0x1F, CAN_A, 0, -1, -1, 0, 0};
-        Casts[8] = {0x03, CAN_A, 1, -1, -1, 0, 0};
-        Casts[9] = {0x0C, CAN_A, 2, -1, -1, 0, 0};
-        Casts[10] = {0x10, CAN_A, 3, -1, -1, 0, 0};
         Slave = Slaves;
         NbSlaves = 6;
         Broadcast = Casts;
-        NbBroadcasts = 11;
-        publish_Senders();
-        for (int i = 0; i < NB_PARAMETERS_MAX; i++)
-            Cmd.pP[i] = static_cast<uint8_t>(i);
+        make_BroadcastMask(); // groups 8 to 10 of the types 1 to 3 on CAN A, 11 on the serial line
+        std::iota(Cmd.pP, Cmd.pP + NB_PARAMETERS_MAX, uint8_t{0});
         Cmd.MT = 24;
         Cmd.Fn = 0x41;
+        write_Script("/mnt/bin/grep", "exit 0"); // finds the driver, whatever the host's modules
+        setenv("PATH", "/mnt/bin:/usr/bin:/bin", 1);
     }
 
-    std::vector<std::string> send(BM_SLAVE_CAST Mask, int16_t NbP)
+    FRAMES send(BM_SLAVE_CAST Mask, int16_t NbP)
     {
         FakeCan.Sent.clear();
         Cmd.NbP = NbP;
@@ -46,8 +46,6 @@ struct CAN_BENCH : BENCH {
         return get_Sent();
     }
 };
-
-using FRAMES = std::vector<std::string>;
 
 TEST_F(CAN_BENCH, FramesOfAMessageAtEveryEdgeOfItsLength)
 {
@@ -61,7 +59,6 @@ TEST_F(CAN_BENCH, FramesOfAMessageAtEveryEdgeOfItsLength)
     const FRAMES Longest = send(2, 768);
     ASSERT_EQ(Longest.size(), 128u);
     EXPECT_EQ(Longest[0], "181043F8#41 FF 00 01 02 03 04 05");
-    EXPECT_EQ(Longest[1], "181043F8#41 7E 06 07 08 09 0A 0B");
     EXPECT_EQ(Longest[126], "181043F8#41 01 F4 F5 F6 F7 F8 F9");
     EXPECT_EQ(Longest[127], "181043F8#41 00 FA FB FC FD FE FF");
 }
@@ -87,60 +84,54 @@ TEST_F(CAN_BENCH, TheWidestAddressingThatFitsIsUsed)
 
 TEST_F(CAN_BENCH, ACableFaultIsReportedAndIsNoFailure)
 {
-    FakeCan.SendResult = -1;
     CAN_FRAME Frame{};
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(send_MsgCan(CAN_A, &Frame), 25);
-    const std::string Out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(Out.find("Erreur : can_Send\n\nContrôlez le câblage CAN et si le problème persiste"),
-              std::string::npos);
-    EXPECT_NE(Out.find("changez la carte Master.\n"), std::string::npos);
+    FakeCan.SendResult = -1;
+    EXPECT_EQ(get_Reports([&] { EXPECT_EQ(send_MsgCan(CAN_A, &Frame), 25); }),
+              "InterfacesCan: Erreur : can_Send\n\n"
+              "Contrôlez le câblage CAN et si le problème persistechangez la carte Master.\n");
     FakeCan.SendResult = -3; // any other failure is passed on
     EXPECT_EQ(send_MsgCan(CAN_A, &Frame), -3);
 }
 
 TEST_F(CAN_BENCH, AMessageBeyondTheCounterEndsTheProcess)
 {
-    Cmd.NbP = 769;
     Cmd.Slaves = 2;
-    auto Split = [] {
-        dup2(2, 1);
-        split_Msg2MsgCan(CAN_A, 0, &Cmd);
-    };
-    const auto Exited = testing::ExitedWithCode(-898 & 0xFF);
-    EXPECT_EXIT(Split(), Exited,
-                "Commande trop longue\n.*Device: 5 - Slave: 0000000000000002\n"
-                ".*MT: 18 - Fn: 41 - NbP: 769\n");
-    Cmd.NbP = -1; // would read and write outside every buffer
-    EXPECT_EXIT(Split(), Exited, "NbP: -1\n");
+    for (const int16_t NbP :
+         std::initializer_list<int16_t>{769, -1}) { // -1 would read and write outside every buffer
+        Cmd.NbP = NbP;
+        EXPECT_EXIT((dup2(2, 1), split_Msg2MsgCan(CAN_A, 0, &Cmd)),
+                    testing::ExitedWithCode(-898 & 0xFF),
+                    "Commande trop longue\n.*Device: 5 - Slave: 0000000000000002\n"
+                    ".*MT: 18 - Fn: 41 - NbP: " +
+                        std::to_string(NbP) + "\n");
+    }
 }
 
 TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
 {
-    // Bits 9..13 BN, 4..8 BT; service, destination and low bits do not count.
-    EXPECT_EQ(Id2Mask(CAN_A, 0x18FFC410 | 0xF), 0x02u); // (1,2)
-    EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x01u);            // (1,1), not its double on another line
-    EXPECT_EQ(Id2Mask(CAN_A, 0x000), 0x1Fu);            // the interface
-    EXPECT_EQ(Id2Mask(CAN_A, 0x020), 0x0Cu);            // group of type 2
-    EXPECT_EQ(Id2Mask(CAN_A, 0x090), 0u);               // a type without a group
-    EXPECT_EQ(Id2Mask(CAN_A, 0x610), 0u);               // no board
+    // The interface, groups of types 2 and 9, boards (1,1), (1,2), (2,1) and (0,1). Bits 9..13 BN,
+    // 4..8 BT; service, destination and low bits do not count.
+    const auto Find = [] {
+        std::vector<BM_SLAVE_CAST> Found;
+        for (const uint32_t Id : {0x000u, 0x020u, 0x090u, 0x210u, 0x18FFC41Fu, 0x220u, 0x200u})
+            Found.push_back(Id2Mask(CAN_A, Id));
+        return Found;
+    };
+    using MASKS = std::vector<BM_SLAVE_CAST>;
+    EXPECT_EQ(Find(), (MASKS{0x1F, 0x0C, 0, 0x01, 0x02, 0x04, 0}));
     EXPECT_EQ(Id2Mask(TTYS_0, 0x210), 0u);
 
     Slaves[4].BoardType = 1;  // a second (1,1): the later one wins
     Slaves[3].BoardType = 33; // does not fit the identifier: must not be taken for type 1
     Slaves[5].Device = CAN_A; // nor does its number: must not reach outside the table
-    Slaves[5].BoardNumber = 200;
+    Slaves[5].BoardNumber = 32;
     Slaves[2].BoardNumber = 0; // no board's number: must not hide the group
     Casts[10].BoardType = 2;   // a second group of type 2
     Casts[9].BoardType = 0;    // not a group: must not hide the interface
-    Casts[8].BoardType = 34;   // does not fit either: must not be taken for a board (2,1)
+    Casts[8].BoardType = 32;   // does not fit either: must not be taken for a board (0,1)
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x01u) << "before it is published";
     publish_Senders();
-    EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0x10u);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x410), 0x02u);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x020), 0x10u);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x000), 0x1Fu);
-    EXPECT_EQ(Id2Mask(CAN_A, 0x220), 0u);
+    EXPECT_EQ(Find(), (MASKS{0x1F, 0x10, 0, 0x10, 0x02, 0, 0}));
     Slaves[4].Mask = 0; // out of reach of the masks, yet it is the one that is found
     publish_Senders();
     EXPECT_EQ(Id2Mask(CAN_A, 0x210), 0u);
@@ -148,34 +139,13 @@ TEST_F(CAN_BENCH, SendersAreFoundAsASearchOfTheTablesFindsThem)
     Slave = nullptr;
     Broadcast = nullptr;
     publish_Senders();
-    EXPECT_EQ(Id2Mask(CAN_A, 0x000) | Id2Mask(CAN_A, 0x410), 0u);
+    EXPECT_EQ(Find(), MASKS(7));
 }
 
-struct CAN_OPEN : CAN_BENCH {
-    const std::string Folder = testing::TempDir() + "qx_grep." + std::to_string(getpid());
-    const std::string Path = getenv("PATH");
-
-    // The host's own modules do not count: grep finds the driver, or does not.
-    void set_Driver(bool Present)
-    {
-        write_Script(Folder + "/grep", Present ? "exit 0" : "exit 1");
-        setenv("PATH", (Folder + ":" + Path).c_str(), 1);
-    }
-
-    void TearDown() override
-    {
-        setenv("PATH", Path.c_str(), 1);
-        unlink((Folder + "/grep").c_str());
-        rmdir(Folder.c_str());
-        CAN_BENCH::TearDown();
-    }
-};
-
-TEST_F(CAN_OPEN, ACloseRightAfterTheOpenStopsTheThread)
+TEST_F(CAN_BENCH, ACloseRightAfterTheOpenStopsTheThread)
 {
-    set_Driver(true);
     for (int i = 0; i < 5; i++) { // an early close that is undone never returns
-        ASSERT_EQ(open_Can(CAN_A), 0);
+        ASSERT_EQ(open_Interfaces(CAN_A), 0);
         EXPECT_EQ(Device[CAN_A].File, 5);
         EXPECT_EQ(close_Can(CAN_A), 0);
         EXPECT_EQ(Device[CAN_A].File, -10);
@@ -184,14 +154,32 @@ TEST_F(CAN_OPEN, ACloseRightAfterTheOpenStopsTheThread)
     EXPECT_EQ(close_Can(CAN_A), 0); // nothing to join
 }
 
-TEST_F(CAN_OPEN, RefusedInterfacesAreMarked)
+// An interface that is taken for another one, or for open.
+TEST_F(CAN_BENCH, RefusedInterfaces)
 {
-    set_Driver(false);
-    EXPECT_EQ(open_Can(CAN_A), GEN_ERR_FOPEN);
+    write_Script("/mnt/bin/grep", "exit 1");
+    EXPECT_EQ(open_Interfaces(CAN_A), GEN_ERR_FOPEN);
     EXPECT_EQ(Device[CAN_A].File, -2);
-    set_Driver(true);
+    write_Script("/mnt/bin/grep", "exit 0");
+    Device[TTYS_0].File = 0;
+    EXPECT_EQ(open_Interfaces(0) + open_Interfaces(TTYS_0) + Device[TTYS_0].File, 0);
     EXPECT_EQ(open_Can(TTYS_0), GEN_ERR_PRG_VANTREL);
     EXPECT_EQ(Device[TTYS_0].File, -1);
-    close_Can(TTYS_0);
+    EXPECT_EQ(get_Reports([] {
+                  EXPECT_EQ(close_Can(TTYS_0), 0);
+                  EXPECT_EQ(close_Ttys(TTYS_0), 0);
+                  EXPECT_EQ(open_Interfaces(6), GEN_ERR_PRG_VANTREL);
+                  Device[6].File = 5;
+                  EXPECT_EQ(close_Interfaces(), -1);
+                  Device[6].File = -10;
+              }),
+              "L'interface can 3 est inconnue.\n\n\n\nL'interface 6 est inconnue de ce programme.\n"
+              "  Vérifiez le fichier de configuration !\n"
+              "\nL'interface 6 est inconnue de ce programme.\n");
     EXPECT_EQ(Device[TTYS_0].File, -10);
+    EXPECT_DEATH(close_Ttys(CAN_A), "DeviceIndex == TTYS_0");
+    Casts[1] = {1, NB_INTERFACES, 0, -1, -1, 0, 0};
+    Cmd.Slaves = 1;
+    EXPECT_EXIT((dup2(2, 1), send_Cmd(&Cmd)), testing::ExitedWithCode(-898 & 0xFF),
+                "Interface inconnue: 8\n");
 }

@@ -9,7 +9,6 @@ static testing::Environment *const Folders = testing::AddGlobalTestEnvironment(n
 constexpr BM_SLAVE_CAST SLAVE_0 = 1;
 constexpr char MASTER[] = "/home/user/vantrel/tmp/master";
 static const std::string SW = "/home/user/vantrel/slave_sw/";
-static const std::string ARCHIVE = SW + "ABC.1.2.3.tar.gz";
 
 struct FILES : BENCH {
     void SetUp() override
@@ -38,58 +37,30 @@ struct FILES : BENCH {
         return Result;
     }
 
-    std::string get(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0)
+    std::string get(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0,
+                    const char *Name = "master")
     {
-        return run(Answers, [=] { return get_SlaveFile(Slaves, "master", "slave"); });
+        return run(Answers, [=] { return get_SlaveFile(Slaves, Name, "slave"); });
     }
 
-    std::string put(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0)
+    std::string put(const std::string &Answers, BM_SLAVE_CAST Slaves = SLAVE_0,
+                    const char *Name = "master")
     {
-        return run(Answers, [=] { return put_SlaveFile(Slaves, "master", "slave"); });
+        return run(Answers, [=] { return put_SlaveFile(Slaves, Name, "slave"); });
     }
 };
 
+// A builder with a wrong function, byte order or time-out.
 TEST_F(FILES, BuildersGiveTheBytesOnTheWire)
 {
-    const auto Check = [](uint8_t Fn, uint32_t TimeOut, const char *Parameters) {
-        EXPECT_EQ(Cmd.MT, 25);
-        EXPECT_EQ(Cmd.Fn, Fn);
-        EXPECT_EQ(Cmd.TimeOut, TimeOut);
-        EXPECT_EQ(Cmd.Slaves, 4u);
-        EXPECT_EQ(to_Hex(Cmd.pP, Cmd.NbP), Parameters);
-    };
     const uint8_t Data[] = {0xDE, 0xAD};
-    cmd_FileOpen(&Cmd, 4, FLAG_ACK, FILE_OPEN_APPEND, "a.b");
-    Check(0x40, 1000, "02 61 2E 62 00");
-    cmd_FileWrite(&Cmd, 4, FLAG_ACK, Data, 2);
-    Check(0x41, 1000, "DE AD");
-    cmd_FileWrite(&Cmd, 4, FLAG_ACK, nullptr, 0);
-    Check(0x41, 1000, "");
-    cmd_FileRead(&Cmd, 4, FLAG_ACK, 766);
-    Check(0x42, 1000, "02 FE");
-    cmd_FileSeek(&Cmd, 4, FLAG_ACK, 2, -2);
-    Check(0x43, 40, "02 FF FF FF FE");
-    cmd_FileClose(&Cmd, 4, FLAG_ACK);
-    Check(0x44, 40, "");
-    cmd_FileClose(&Cmd, 4, 0); // without answer there is nothing to wait for
-    Check(0x04, 0, "");
-}
-
-// What each command of a whole transfer looks like; the write without data that ends a file of a
-// whole number of writes.
-TEST_F(FILES, TransfersOnTheWire)
-{
-    using Frames = std::vector<std::string>;
-    EXPECT_EQ(get("00 EE 00 00 00 02|02 EE DE AD|42 85|04 00|"), "0 orrc");
-    EXPECT_EQ(get_Sent(), (Frames{"190843F0#40 00 73 6C 61 76 65 00", "190843F0#42 02 FE",
-                                  "190843F0#42 02 FE", "190843F0#44"}));
-    EXPECT_EQ(read_File(MASTER), "\xDE\xAD");
-    EXPECT_EQ(put("00 EE 00 00 00 09|01 00|04 00|"), "0 owc");
-    EXPECT_EQ(get_Sent(),
-              (Frames{"190843F0#40 01 73 6C 61 76 65 00", "190843F0#41 DE AD", "190843F0#44"}));
-    write_File(MASTER, std::string(768, 'x'));
-    EXPECT_EQ(put("00 EE 00 00 00 00|01 00|01 00|04 00|"), "0 owwc");
-    EXPECT_EQ(get_Sent().end()[-2], "190843F0#41");
+    EXPECT_EQ(build(cmd_FileOpen, FLAG_ACK, FILE_OPEN_APPEND, "a.b"), "19 40 1000: 02 61 2E 62 00");
+    EXPECT_EQ(build(cmd_FileWrite, FLAG_ACK, Data, 2), "19 41 1000: DE AD");
+    EXPECT_EQ(build(cmd_FileWrite, FLAG_ACK, nullptr, 0), "19 41 1000: ");
+    EXPECT_EQ(build(cmd_FileRead, FLAG_ACK, 766), "19 42 1000: 02 FE");
+    EXPECT_EQ(build(cmd_FileSeek, FLAG_ACK, 2, -2), "19 43 40: 02 FF FF FF FE");
+    EXPECT_EQ(build(cmd_FileClose, FLAG_ACK), "19 44 40: ");
+    EXPECT_EQ(build(cmd_FileClose, 0), "19 04 0: "); // no answer, nothing to wait for
 }
 
 TEST_F(FILES, OddAnswersHaveTheirOutcome)
@@ -112,6 +83,10 @@ TEST_F(FILES, OddAnswersHaveTheirOutcome)
         EXPECT_EQ(ReplaceSlavesMask, 0u);
     }
     EXPECT_EQ(TimeoutMask, SLAVE_0);
+    // A whole number of writes without the one that ends the file.
+    write_File(MASTER, std::string(768, 'x'));
+    EXPECT_EQ(put("00 EE 00 00 00 00|01 00|01 00|04 00|"), "0 owwc");
+    EXPECT_EQ(get_Sent().end()[-2], "190843F0#41");
 }
 
 // A board that never says "end of file" must not fill the memory or hold the start for ever.
@@ -133,122 +108,48 @@ TEST_F(FILES, RunawayReadEnds)
 TEST_F(FILES, MasterSideFailuresAreTold)
 {
     const std::string Open = "00 00 00 00 00 01|";
-    const auto Get = [](const char *Name) {
-        return [=] { return get_SlaveFile(SLAVE_0, Name, "slave"); };
-    };
-    const auto Put = [](const char *Name) {
-        return [=] { return put_SlaveFile(SLAVE_0, Name, "slave"); };
-    };
-    EXPECT_EQ(run(Open, Get("missing/master")), "-891 o"); // left open, to the next open
-    EXPECT_EQ(run(Open + "02 00 AA|42 85|04 00|", Get("/dev/full")), "-485 orrc"); // lost counts
-    EXPECT_EQ(run(Open, Put("missing")), "-891 o");
-    EXPECT_EQ(run(Open, Put("/tmp")), "-891 o"); // a directory has no end
+    EXPECT_EQ(get(Open, SLAVE_0, "missing/master"), "-891 o"); // left open, to the next open
+    EXPECT_EQ(get(Open + "02 00 AA|42 85|04 00|", SLAVE_0, "/dev/full"), "-485 orrc"); // lost
+    for (const char *Name : {"missing", "/tmp"}) // a directory has no end
+        EXPECT_EQ(put(Open, SLAVE_0, Name), "-891 o");
 }
 
-// What must end the process, and with which status.
+// A command to nobody that passes for sent, a close that is repeated for ever.
 TEST_F(FILES, UnexpectedAnswersEndTheProcess)
 {
-    const std::string Open = "00 00 00 00 00 01|";
-    const std::tuple<BM_SLAVE_CAST, bool, std::string, int> Ends[] = {
-        {8, false, "", 0}, // an unknown slave: the open is not sent
-        {8, true, "", -898 & 0xFF},
-        {1, false, Open + "42 87|", 135},
-        {1, false, Open + "42 85|44 81|", 129},
-        {1, true, Open + "01 00|44 81|", 129},
-        {1, true, Open + "01 00|44 83|", 131},
-        {1, false, "40 82|44 81|", 129},
-        {1, true, "40 82|44 80|", 128},
-    };
     write_File(MASTER, "bytes");
-    for (const auto &[Slaves, Put, Answers, Status] : Ends)
-        EXPECT_EXIT(Put ? put(Answers, Slaves) : get(Answers, Slaves),
-                    testing::ExitedWithCode(Status), "");
+    EXPECT_EXIT(get("", 8), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(put("", 8), testing::ExitedWithCode(-898 & 0xFF), "");
+    EXPECT_EXIT(put("40 82|44 80|"), testing::ExitedWithCode(128), "");
     EXPECT_EQ(read_SlaveFile(8, 766), -493); // the one that does not look whether it was sent
 }
 
-// The header of ABC.1.2.3 with these two files.
-static std::string make_Header(const std::string &First, const std::string &Second)
+// What cut runs have left: archives that pass for that of a read that failed, one that is sent in
+// the place of a damaged one, a hidden file in the place of one that the archive lacks.
+TEST_F(FILES, LeftoversAreNobodys)
 {
-    const std::vector<uint8_t> Fixed =
-        from_Hex("06 01 00 00 00 00 00 00 00 1E 00 06 00 00 00 38 00 02 "
-                 "00 00 00 00 00 00 00 00 00 00 00 00 01 00 06 "
-                 "02 03 05 41 42 43 03 01 01 01 04 01 01 02 05 02 02 00 03 0A 01 01 00");
-    std::string Header(Fixed.begin(), Fixed.end());
-    for (const std::string &Name : {First, Second})
-        Header += std::string(11, 'x') + Name + '\0';
-    Header[5] = static_cast<char>(Header.size());
-    return Header;
-}
-
-// The answers to the read of a small file.
-static std::string make_Answers(const std::string &Content)
-{
-    const auto *const pBytes = reinterpret_cast<const uint8_t *>(Content.data());
-    const auto Size = static_cast<uint8_t>(Content.size());
-    return "00 00 00 00 00 " + to_Hex(&Size, 1) + "|02 00 " + to_Hex(pBytes, Size) +
-           "|42 85|04 00|";
-}
-
-struct DISTRIBUTIONS : FILES {
-    // Runs a command of the shell in the archive's folder.
-    static void run_Shell(const std::string &Command)
-    {
-        std::filesystem::create_directories(SW);
-        ASSERT_EQ(system(("cd " + SW + " && " + Command).c_str()), 0);
-    }
-
-    static void expect_NothingLeft()
-    {
-        EXPECT_TRUE(std::filesystem::is_empty(SW));
-        EXPECT_EQ(std::filesystem::current_path(), "/home/user/vantrel");
-    }
-};
-
-// What cut runs have left and a read takes along: an older archive of the name, which passes for
-// that of a read that fails, another one, a hidden file that the shell's * does not see.
-TEST_F(DISTRIBUTIONS, ReadPacksWhatItReceived)
-{
-    const auto Get = [] { return get_SlaveDistribution(SLAVE_0); };
-    const std::string Header = make_Header("b.dat", "a");
-    write_File(ARCHIVE, "old");
-    write_File(SW + "OTHER.1.1.1.tar.gz", "old");
-    write_File(SW + "tmp/.hidden", "old");
-    EXPECT_EQ(run(make_Answers(Header) + make_Answers("bytes") + make_Answers("a"), Get),
-              "0 orrcorrcorrc");
-    run_Shell("test \"`ls`\" = ABC.1.2.3.tar.gz && tar -xzf * && "
-              "test \"`tar -tzf * | tr '\\n' ' '`\" = 'a b.dat sheader.bin ' && "
-              "test `cat a` = a && test `cat b.dat` = bytes && rm a b.dat sheader.bin");
-
-    EXPECT_EQ(run("||", Get), "-493 oo"); // over the archive of before
-    expect_NothingLeft();
-    write_File(ARCHIVE, "old");
-    EXPECT_EQ(run(make_Answers('\7' + Header.substr(1)), Get), "-495 orrc");
-    expect_NothingLeft();
-}
-
-// A path below the root is the archive's own affair; a file of a cut run is none of it.
-TEST_F(DISTRIBUTIONS, WriteSendsWhatTheArchiveHolds)
-{
+    const auto Leave = [](const std::string &Command) {
+        ASSERT_EQ(system(("mkdir -p " + SW + "tmp && cd " + SW + " && " + Command).c_str()), 0);
+    };
     const auto Put = [] { return put_SlaveDistribution(SLAVE_0, "ABC.1.2.3"); };
     const std::string Open = "00 00 00 00 00 00|";
-    const std::string Written = Open + "01 00|04 00|";
-    run_Shell("mkdir -p in/sub tmp");
-    write_File(SW + "in/sheader.bin", make_Header("sub/dir", ".hidden"));
-    write_File(SW + "in/sub/dir", "bytes");
-    write_File(SW + "tmp/.hidden", "old");
-    run_Shell("tar -C in -czf ABC.1.2.3.tar.gz . && rm -R in");
-    const std::string Reports =
-        get_Reports([&] { EXPECT_EQ(run(Written + Written + Open + Open, Put), "-891 owcowcoo"); });
-    EXPECT_TRUE(
-        Reports.starts_with("\nput_SlaveDistribution - Slave = 0000000000000001     ABC.1.2.3\n"));
-    EXPECT_EQ(get_Sent().end()[-6], "190843F0#41 62 79 74 65 73");
-    expect_NothingLeft();
+    Leave("touch ABC.1.2.3.tar ABC.1.2.3.tar.gz");
+    EXPECT_EQ(run("||", [] { return get_SlaveDistribution(SLAVE_0); }), "-493 oo");
+    EXPECT_TRUE(std::filesystem::is_empty(SW));
+    EXPECT_EQ(std::filesystem::current_path(), "/home/user/vantrel");
 
-    // No archive, and a damaged one, beside what a cut run had unpacked.
-    for (const char *Archive : {"", "damaged"}) {
-        run_Shell("echo old >sheader.bin && tar -cf ABC.1.2.3.tar sheader.bin && rm sheader.bin");
-        if (*Archive)
-            write_File(ARCHIVE, Archive);
+    const std::string Pack = "echo old >sheader.bin && tar -cf ABC.1.2.3.tar --remove-files *.bin";
+    for (const char *Archive : {"", "; echo damaged >ABC.1.2.3.tar.gz"}) {
+        Leave(Pack + Archive);
         EXPECT_EQ(run(Open + Open, Put), "-891 oo");
     }
+    const auto Header =
+        from_Hex("06 01 00 00 00 2C 00 00 00 1E 00 00 00 00 00 1E 00 01 " // lists .h
+                 "00 00 00 00 00 00 00 00 00 00 00 00 "
+                 "00 00 00 00 00 00 00 00 00 00 00 2E 68 00");
+    write_File(SW + "sheader.bin", {Header.begin(), Header.end()});
+    Leave("echo old >tmp/.h && tar -czf ABC.1.2.3.tar.gz --remove-files *.bin");
+    EXPECT_EQ(run(Open + "01 00|04 00|" + Open + Open, Put), "-891 owcoo");
+    EXPECT_TRUE(std::filesystem::is_empty(SW));
+    EXPECT_EQ(std::filesystem::current_path(), "/home/user/vantrel");
 }

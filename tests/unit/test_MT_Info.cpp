@@ -2,23 +2,30 @@
 #include "MT_Info.h"
 #include "Reports.h"
 #include "Status.h"
+#include <unistd.h>
 
 static std::string make_Text(const std::string &Header, const std::string &Text)
 {
     return Header + " " + to_Hex(reinterpret_cast<const uint8_t *>(Text.data()), int(Text.size()));
 }
 
-// What Convert left in Result, or "! " and the report of its failure, which leaves Empty.
-template <typename CONVERT>
-static std::string get_Outcome(CONVERT Convert, const std::string &Empty)
+// A record as a number, or as a text of 16 bytes; "! " and the report of a failure, which leaves 0
+// and no text.
+static std::string convert(const std::vector<uint8_t> &Record, bool ToLong)
 {
-    std::string Result;
+    char Text[16] = "earlier text";
+    int32_t Value = 99;
+    const int NbRecord = int(Record.size());
     int Status = 0;
-    const std::string Reports = get_Reports([&] { Status = Convert(Result); });
+    const std::string Reports = get_Reports([&] {
+        Status = ToLong ? Info2long(Record.data(), NbRecord, &Value)
+                        : Info2string(Record.data(), NbRecord, Text, sizeof Text);
+    });
+    const std::string Result = ToLong ? std::to_string(Value) : Text;
     if (Status == 0 && Reports.empty())
         return Result;
     EXPECT_EQ(Status, GEN_ERR_FORMAT) << Reports;
-    EXPECT_EQ(Result, Empty) << Reports;
+    EXPECT_EQ(Result, ToLong ? "0" : "") << Reports;
     return Reports.substr(0, Reports.size() - 1).replace(0, strlen("MT_Info: Erreur :"), "!");
 }
 
@@ -27,10 +34,7 @@ TEST(MT_Info, Conversions)
     const std::string Format = "! Info2string - Format", Digits = "123456789012345";
     const std::string NoText = Format + " time_t - Ne doit pas exister";
     const std::string NoLong = "! Info2long - Format", TooLong = "! Info2long - Float trop long";
-    struct {
-        const char *Fault;
-        std::string Record, Text, Long; // the text goes into 16 bytes
-    } const Cases[] = {
+    const std::string Cases[][4] = {
         {"char is signed", "00 01 01 C8", "200", "200"},
         {"Len of char", "00 02 01 01 01", Format + " char", NoLong + " char"},
         {"short sign", "00 02 02 FF FE", "-2", "65534"},
@@ -47,7 +51,6 @@ TEST(MT_Info, Conversions)
         {"no number", make_Text("00 03 05", "A12"), "A12", "! Info2long(A12) - Pas numérique"},
         {"above 32 bits", make_Text("00 0A 05", "3000000000"), "3000000000", "2147483647"},
         {"below 32 bits", make_Text("00 0B 05", "-3000000000"), "-3000000000", "-2147483648"},
-        {"above 64 bits", make_Text("00 14 05", Digits + "99999"), Format, "2147483647"},
         {"unsigned text", make_Text("00 0A 85", "3000000000"), "", "-1294967296"},
         {"unsigned above", make_Text("00 0A 85", "4294967297"), "", "-1"},
         {"unsigned minus", make_Text("00 02 85", "-5"), "", "-5"},
@@ -71,24 +74,18 @@ TEST(MT_Info, Conversions)
         {"unknown type", "00 01 0A 07", "", "0"},
         {"absent bytes", "00", "", "0"},
     };
-    for (const auto &Case : Cases) {
-        const std::vector<uint8_t> Record = from_Hex(Case.Record);
-        const int NbRecord = int(Record.size());
-        const auto ConvertText = [&](std::string &Result) {
-            char Text[16] = "earlier text";
-            const int Status = Info2string(Record.data(), NbRecord, Text, sizeof Text);
-            Result = Text;
-            return Status;
-        };
-        const auto ConvertLong = [&](std::string &Result) {
-            int32_t Value = 99;
-            const int Status = Info2long(Record.data(), NbRecord, &Value);
-            Result = std::to_string(Value);
-            return Status;
-        };
-        EXPECT_EQ(get_Outcome(ConvertText, ""), Case.Text) << Case.Fault;
-        EXPECT_EQ(get_Outcome(ConvertLong, "0"), Case.Long) << Case.Fault;
+    for (const auto &[Fault, Record, Text, Long] : Cases) {
+        EXPECT_EQ(convert(from_Hex(Record), false), Text) << Fault;
+        EXPECT_EQ(convert(from_Hex(Record), true), Long) << Fault;
     }
+}
+
+// A status and the masks of time-outs, boards to replace and boards without distribution: "-1 200".
+static std::string get_Result(int Status)
+{
+    std::ostringstream Result;
+    Result << Status << ' ' << TimeoutMask << ReplaceSlavesMask << NoDistributionMask;
+    return Result.str();
 }
 
 // Absent, silent and faulty boards taken for each other; an answer that is left for the next read.
@@ -96,25 +93,19 @@ TEST_F(BENCH, ReadOfOneItem)
 {
     Script = {{{2, "00 00 04 02 02 01 2C"}}, {{2, "40 80"}}, {{2, "00 00 04 01 02 01"}}, {}};
     int32_t Value = 0;
-    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), 0);
+    EXPECT_EQ(get_Result(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value)), "0 000");
     EXPECT_EQ(Value, 300);
-    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), ERR_INFO_UNKNOWN);
-    EXPECT_EQ(ReplaceSlavesMask, 0u);
-    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), -1);
-    EXPECT_EQ(ReplaceSlavesMask, 2u);
-    EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "the answer that did not convert";
-    EXPECT_EQ(TimeoutMask, 0u);
-    EXPECT_EQ(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value), -1);
-    EXPECT_EQ(TimeoutMask, 2u);
+    for (const char *Result : {"-490 000", "-1 020", "-1 220"}) {
+        EXPECT_EQ(get_Result(get_Long_Info_FromSlave(2, INFO_HARDWARE, 4, &Value)), Result);
+        EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "the answer that did not convert";
+    }
     EXPECT_EQ(get_Sent(), std::vector<std::string>(4, "181043F0#40 04"));
 
     Script = {{{1, "41 05"}}};
-    EXPECT_EQ(get_Info_FromSlave(1, INFO_SOFTWARE, 2), ERR_INFO_ANSWER);
-    EXPECT_EQ(ReplaceSlavesMask, 3u);
+    EXPECT_EQ(get_Result(get_Info_FromSlave(1, INFO_SOFTWARE, 2)), "-491 230");
+    for (const BM_SLAVE_CAST Wrong : {0, 3, 8}) // none, two, one that is on no interface
+        EXPECT_EQ(get_Info_FromSlave(Wrong, INFO_SOFTWARE, 2), GEN_ERR_PRG_VANTREL);
     EXPECT_EQ(FakeCan.Sent.size(), 5u);
-    EXPECT_EQ(get_Info_FromSlave(3, INFO_SOFTWARE, 2), GEN_ERR_PRG_VANTREL);
-    EXPECT_EQ(get_Info_FromSlave(0, INFO_SOFTWARE, 2), GEN_ERR_PRG_VANTREL);
-    EXPECT_EQ(FakeCan.Sent.size(), 5u) << "a read of no slave or of two was sent";
     EXPECT_EXIT(get_Long_Info_FromSlave(3, 64, 4, &Value), testing::ExitedWithCode(126), "");
 }
 
@@ -124,27 +115,27 @@ TEST_F(BENCH, MinMaxOverSlaves)
     const char *const Silent = "", *const Unknown = "40 80", *const Refused = "40 05";
     const char *const Minus2 = "00 00 02 04 03 FF FF FF FE", *const Seven = "00 00 02 01 01 07";
     const char *const Damaged = "00 00 02 02 01 07";
-    struct {
-        const char *Answers[3];
-        int Status;
-        int32_t Min, Max;
-    } const Cases[] = {
-        {{Seven, Minus2, Seven}, 0, -2, 7},
-        {{Unknown, Seven, Unknown}, -490, 7, 7},
-        {{Damaged, Silent, Minus2}, -493, -2, -2},
-        {{Silent, Unknown, Damaged}, -493, INT32_MAX, INT32_MIN},
-        {{Silent, Refused, Silent}, -491, INT32_MAX, INT32_MIN},
+    const std::tuple<const char *, const char *, const char *, int, int32_t, int32_t> Cases[] = {
+        {Seven, Minus2, Seven, 0, -2, 7},
+        {Unknown, Seven, Unknown, -490, 7, 7},
+        {Damaged, Silent, Minus2, -493, -2, -2},
+        {Silent, Unknown, Damaged, -493, INT32_MAX, INT32_MIN},
+        {Silent, Refused, Silent, -491, INT32_MAX, INT32_MIN},
     };
-    for (const auto &Case : Cases) {
+    int32_t Min = 0, Max = 0;
+    for (const auto &[First, Second, Third, Status, Lowest, Highest] : Cases) {
         FakeCan.Sent.clear();
-        Script = {{{1, Case.Answers[0]}}, {{2, Case.Answers[1]}}, {{4, Case.Answers[2]}}};
-        int32_t Min = 0, Max = 0;
-        EXPECT_EQ(get_Info_MinMax_FromSlaves(7, 0, 2, &Min, &Max), Case.Status);
-        EXPECT_EQ(Min, Case.Min);
-        EXPECT_EQ(Max, Case.Max);
+        Script = {{{1, First}}, {{2, Second}}, {{4, Third}}};
+        EXPECT_EQ(get_Info_MinMax_FromSlaves(7, 0, 2, &Min, &Max), Status);
+        EXPECT_EQ(std::pair(Min, Max), std::pair(Lowest, Highest));
         EXPECT_EQ(get_Sent(),
                   (std::vector<std::string>{"180843F0#40 02", "181043F0#40 02", "180883F0#40 02"}));
     }
+    Groups[CAN_A].Mask = 3; // board 2 is on no interface
+    EXPECT_EXIT((dup2(2, 1), get_Info_MinMax_FromSlaves(4, 0, 2, &Min, &Max)),
+                testing::ExitedWithCode(126),
+                "FATAL - Status : -898 - Slave: 0000000000000004\n"
+                ".*Function : 0x00   Tag : 2\n");
 }
 
 // A write with wrong bytes, or one that a board refused and that passes for done.
@@ -154,10 +145,8 @@ TEST_F(BENCH, WriteOfOneItem)
     Script = {{{2, "20 00"}}, {{2, "60 05"}}, {}};
     EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), 0);
     EXPECT_EQ(get_Sent(), std::vector<std::string>{"181043F0#60 01 02 06 01 0A"});
-    EXPECT_EQ(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map), ERR_ANSWER_WRITE);
-    EXPECT_EQ(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, 765, Map), ERR_TIMEOUT);
-    EXPECT_EQ(ReplaceSlavesMask, 2u);
-    EXPECT_EQ(TimeoutMask, 4u);
+    EXPECT_EQ(get_Result(set_Info_ToSlave(2, INFO_WRITE_HARDWARE, 1, 6, 2, Map)), "-492 020");
+    EXPECT_EQ(get_Result(set_Info_ToSlave(4, INFO_WRITE_HARDWARE, 1, 6, 765, Map)), "-493 420");
     EXPECT_EQ(Cmd.NbP, 768);
     EXPECT_EQ(to_Hex(Cmd.pP, 4), "01 FD 06 01");
     // Just above, and where NbP would turn negative or start again at 0.
@@ -171,32 +160,24 @@ TEST_F(BENCH, DistributionName)
 {
     const std::string Long(33, 'N');
     const char *const One = "01 00 03 02 02 00 01";
-    struct {
-        const char *Fault;
-        std::string Name;
-        const char *Third; // version item 4
-        int Status;
-        std::string Expected;
-    } const Cases[] = {
+    // Fault, the board's name and version item 4, status, name of the distribution.
+    const std::tuple<const char *, std::string, const char *, int, std::string> Cases[] = {
         {"not joined", "ABC", "01 00 04 02 02 01 2C", 0, "ABC.1.300.1"},
         {"39 characters refused", Long, One, 0, Long + ".1.1.1"},
         {"40 characters taken", Long + "N", One, -895, Long + "N.1.1"},
         {"long name cut", Long + Long, One, -895, ""},
         {"slash", "A/B", One, -895, "A/B.1.1.1"},
-        {"command", "$(x)", One, -895, "$(x).1.1.1"},
         {"unknown item", "ABC", "41 80", -490, "ABC.1"},
     };
-    for (const auto &Case : Cases) {
-        char Header[32], Name[DISTRIBUTION_SIZE];
-        snprintf(Header, sizeof Header, "01 00 02 %02X 05",
-                 static_cast<unsigned>(Case.Name.size()));
-        FakeCan.Sent.clear();
-        Script = {{{4, make_Text(Header, Case.Name)}}, {{4, One}}, {{4, Case.Third}}, {{4, One}}};
-        EXPECT_EQ(make_DistributionName_FromSlave(4, Name), Case.Status) << Case.Fault;
-        EXPECT_EQ(Name, Case.Expected) << Case.Fault;
-        EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "answer kept: " << Case.Fault;
-    }
     char Name[DISTRIBUTION_SIZE];
+    for (const auto &[Fault, Mnemo, Third, Status, Expected] : Cases) {
+        const auto Size = static_cast<uint8_t>(Mnemo.size());
+        const std::string Header = "01 00 02 " + to_Hex(&Size, 1) + " 05";
+        Script = {{{4, make_Text(Header, Mnemo)}}, {{4, One}}, {{4, Third}}, {{4, One}}};
+        EXPECT_EQ(make_DistributionName_FromSlave(4, Name), Status) << Fault;
+        EXPECT_EQ(Name, Expected) << Fault;
+        EXPECT_NE(get_pAns(&Cmd, &pAns2Cmd), 1) << "answer kept: " << Fault;
+    }
     EXPECT_EQ(make_DistributionName_FromSlave(0, Name), GEN_ERR_PRG_VANTREL);
 }
 
@@ -211,23 +192,23 @@ TEST_F(BENCH, ProtocolOfAnInterface)
         const char *Fault;
         std::string Second, Third; // answers of boards 1 and 2; board 0 accepts 1 to 5
         uint16_t Param1, Param2;
-        int Status, Level;
-        BM_SLAVE_CAST TimeOut, Replace, NoDistribution;
+        const char *Result;
+        int Level;
     } const Cases[] = {
-        {"level", From3To9, Any, 2, 4, 0, 4, 0, 0, 0},
-        {"level above a slave's", From3To9, Any, 2, 9, 0, 5, 0, 0, 0},
-        {"application too new", From3To9, Any, 6, 9, -1, -1, 0, 0, 0},
-        {"application too old", From3To9, Any, 0, 2, -1, -1, 0, 0, 0},
-        {"application unset", Any, Any, 0xFFFF, 0xFFFF, -1, -1, 0, 0, 0},
-        {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
-        {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, -1, -1, 0, 0, 0},
-        {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, -1, -1, 0, 0, 0},
-        {"triple cut", "01 00 0B 0C 06 04 00 09 04 00 09 FF 00", Any, 0, 9, -1, -1, 0, 0, 0},
-        {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
-        {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, -490, -1, 0, 0, 2},
-        {"item unknown", Any, "41 80", 0, 9, -490, -1, 0, 0, 4},
-        {"silence", "41 80", Silent, 0, 9, -493, -1, 4, 0, 2},
-        {"error", "41 05", Silent, 0, 9, -491, -1, 4, 2, 0},
+        {"level", From3To9, Any, 2, 4, "0 000", 4},
+        {"level above a slave's", From3To9, Any, 2, 9, "0 000", 5},
+        {"application too new", From3To9, Any, 6, 9, "-1 000", -1},
+        {"application too old", From3To9, Any, 0, 2, "-1 000", -1},
+        {"application unset", Any, Any, 0xFFFF, 0xFFFF, "-1 000", -1},
+        {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, "-1 000", -1},
+        {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, "-1 000", -1},
+        {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, "-1 000", -1},
+        {"triple cut", "01 00 0B 0C 06 04 00 09 04 00 09 FF 00", Any, 0, 9, "-1 000", -1},
+        {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, "-490 002", -1},
+        {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, "-490 002", -1},
+        {"item unknown", Any, "41 80", 0, 9, "-490 004", -1},
+        {"silence", "41 80", Silent, 0, 9, "-493 402", -1},
+        {"error", "41 05", Silent, 0, 9, "-491 420", -1},
     };
     for (const auto &Case : Cases) {
         TimeoutMask = ReplaceSlavesMask = NoDistributionMask = 0;
@@ -237,11 +218,8 @@ TEST_F(BENCH, ProtocolOfAnInterface)
         Groups[CAN_A].ProtocolParam1 = Case.Param1;
         Groups[CAN_A].ProtocolParam2 = Case.Param2;
         Script = {{{2, Case.Second}, {1, From1To5}, {4, Case.Third}}};
-        EXPECT_EQ(get_Protocol_FromSlaves(CAN_A), Case.Status) << Case.Fault;
+        EXPECT_EQ(get_Result(get_Protocol_FromSlaves(CAN_A)), Case.Result) << Case.Fault;
         EXPECT_EQ(Groups[CAN_A].ProtocolLevel, Case.Level) << Case.Fault;
-        EXPECT_EQ(TimeoutMask, Case.TimeOut) << Case.Fault;
-        EXPECT_EQ(ReplaceSlavesMask, Case.Replace) << Case.Fault;
-        EXPECT_EQ(NoDistributionMask, Case.NoDistribution) << Case.Fault;
         EXPECT_EQ(get_Sent(), std::vector<std::string>{"180003F0#41 0B"}) << Case.Fault;
     }
 }
