@@ -628,16 +628,17 @@ static void pack_Files(const char *DistributionName)
         drop_Cut(Path);
 }
 
-// Nor does half a file go to a slave: without files, there is no header to send.
-static void drop_CutFiles(const char *DistributionName)
+// Nor does half a file go to a slave. 0 or GEN_ERR_FOPEN: the master cannot read what it would
+// send.
+static int ctrl_StagedFiles(const char *DistributionName)
 {
     char Path[TEXT_SIZE];
 
     make_TarName(Path, DistributionName, ".tar");
-    if (!ctrl_Unpacked(Path)) {
-        REPORT("Erreur : extraction incomplète : %s", Path);
-        remove_Leftovers(DIR_WORK_SW_TMP, "");
-    }
+    if (ctrl_Unpacked(Path))
+        return 0;
+    REPORT("Erreur : extraction incomplète : %s", Path);
+    return GEN_ERR_FOPEN;
 }
 
 // Packs the staging directory under the name that the header gives.
@@ -692,8 +693,9 @@ int put_SlaveDistribution(BM_SLAVE_CAST Slaves, const char *DistributionName)
 
     enter_StagingDir();
     run_Command("tar -xf ../%s.tar", DistributionName);
-    drop_CutFiles(DistributionName);
-    Status = transfer_Distribution(&DirectionPut, Slaves);
+    Status = ctrl_StagedFiles(DistributionName);
+    if (Status == 0)
+        Status = transfer_Distribution(&DirectionPut, Slaves);
 
     if (chdir(DIR_WORK) != 0 && Status == 0) {
         REPORT("Erreur : chdir(%s)", DIR_WORK);

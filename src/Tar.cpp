@@ -1,9 +1,11 @@
 #include "Tar.h"
 #include "FileTools.h"
+#include "SHeader.h"
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <string>
 #include <sys/stat.h>
 
 // A header and every piece of a file fill blocks of this size.
@@ -12,44 +14,52 @@ constexpr int BLOCK_SIZE = 512;
 // Fields of a header (POSIX.1-1988, ustar).
 constexpr int NAME_SIZE = 100; // at 0
 constexpr int SIZE_OFFSET = 124;
-constexpr int SIZE_SIZE = 12; // octal digits, then NUL or blank
+constexpr int SIZE_SIZE = 12; // blanks, octal digits, then NUL or blank
 constexpr int TYPE_OFFSET = 156;
+constexpr int PREFIX_OFFSET = 345; // of the name, before a slash
+
+// What an archive ends with.
+enum TAR_END { END_MARKER, END_FILE, END_CUT, END_UNKNOWN };
+
+// Size of each file by its name; of two of a name the later counts, as it is unpacked last.
+using FILE_SIZES = std::map<std::string, int64_t>;
 
 static bool is_EndMarker(const char (&Header)[BLOCK_SIZE])
 {
     return std::all_of(Header, Header + BLOCK_SIZE, [](char Byte) { return Byte == 0; });
 }
 
-// Bytes of the file behind the header; -1: no number.
-static int64_t get_Size(const char (&Header)[BLOCK_SIZE])
-{
-    int64_t Size = -1;
-
-    for (int i = SIZE_OFFSET; i < SIZE_OFFSET + SIZE_SIZE; i++) {
-        const char Digit = Header[i];
-        if (Digit < '0' || Digit > '7')
-            return Digit == 0 || Digit == ' ' ? Size : -1;
-        Size = (Size < 0 ? 0 : Size * 8) + (Digit - '0');
-    }
-    return Size;
-}
-
-// Whether the file of the header lies in the current directory with another size than Size.
-static bool is_Cut(const char (&Header)[BLOCK_SIZE], int64_t Size)
+// Bytes of data behind the header; -1: this header does not say it in the usual way.
+static int64_t get_DataSize(const char (&Header)[BLOCK_SIZE])
 {
     const char Type = Header[TYPE_OFFSET];
-    char Name[NAME_SIZE + 1] = {};
-    struct stat Found {
-    };
+    const char *pDigit = Header + SIZE_OFFSET;
+    const char *const pEnd = pDigit + SIZE_SIZE;
+    int64_t Size = -1;
 
-    memcpy(Name, Header, NAME_SIZE);
-    return (Type == '0' || Type == 0) && ctrl_SafeName(Name) && stat(Name, &Found) == 0 &&
-           Found.st_size != Size;
+    if (Type >= '1' && Type <= '6') // links, devices, folders
+        return 0;
+    pDigit = std::find_if(pDigit, pEnd, [](char Byte) { return Byte != ' '; });
+    for (; pDigit < pEnd && *pDigit >= '0' && *pDigit <= '7'; pDigit++)
+        Size = (Size < 0 ? 0 : Size * 8) + (*pDigit - '0');
+    const bool Ended = pDigit == pEnd || *pDigit == 0 || *pDigit == ' ';
+    return Ended && Type != 'S' ? Size : -1; // a sparse file has further headers
 }
 
-// From header to header. 1: an end marker follows the last file; 0: the archive breaks off, or a
-// file is cut (Unpacked); -1: the archive ends with a file.
-static int ctrl_Entries(FILE *pTar, bool Unpacked)
+// Notes a file that the current directory may hold under its name.
+static void note_File(const char (&Header)[BLOCK_SIZE], int64_t Size, FILE_SIZES *pSizes)
+{
+    const char Type = Header[TYPE_OFFSET];
+    std::string Name(Header, strnlen(Header, NAME_SIZE));
+
+    while (Name.starts_with("./"))
+        Name.erase(0, 2);
+    if ((Type == '0' || Type == 0) && Header[PREFIX_OFFSET] == 0 && ctrl_SafeName(Name.c_str()))
+        (*pSizes)[Name] = Size;
+}
+
+// From header to header.
+static TAR_END read_Entries(FILE *pTar, FILE_SIZES *pSizes)
 {
     char Header[BLOCK_SIZE];
     struct stat Whole {
@@ -57,29 +67,36 @@ static int ctrl_Entries(FILE *pTar, bool Unpacked)
     int64_t Position = 0;
 
     if (fstat(fileno(pTar), &Whole) != 0)
-        return 0;
+        return END_UNKNOWN;
     while (Position < Whole.st_size) {
         if (fseeko(pTar, static_cast<off_t>(Position), SEEK_SET) != 0 ||
             fread(Header, 1, BLOCK_SIZE, pTar) < BLOCK_SIZE)
-            return 0;
+            return END_CUT;
         if (is_EndMarker(Header))
-            return 1;
-        const int64_t Size = get_Size(Header);
-        if (Size < 0 || (Unpacked && is_Cut(Header, Size)))
-            return 0;
+            return END_MARKER;
+        const int64_t Size = get_DataSize(Header);
+        if (Size < 0)
+            return END_UNKNOWN;
+        note_File(Header, Size, pSizes);
         Position += BLOCK_SIZE + (Size + BLOCK_SIZE - 1) / BLOCK_SIZE * BLOCK_SIZE;
     }
-    return Position == Whole.st_size ? -1 : 0;
+    return Position == Whole.st_size ? END_FILE : END_CUT;
+}
+
+static TAR_END read_Tar(const char *FileName, FILE_SIZES *pSizes)
+{
+    FILE *const pTar = fopen(FileName, "r");
+    if (pTar == nullptr)
+        return END_UNKNOWN;
+    const TAR_END End = read_Entries(pTar, pSizes);
+    fclose(pTar);
+    return End;
 }
 
 int ctrl_Tar(const char *FileName)
 {
-    FILE *const pTar = fopen(FileName, "r");
-    if (pTar == nullptr)
-        return 0;
-    const int Entries = ctrl_Entries(pTar, false);
-    fclose(pTar);
-    return Entries == 1 ? 1 : 0;
+    FILE_SIZES Ignored;
+    return read_Tar(FileName, &Ignored) == END_MARKER ? 1 : 0;
 }
 
 int ctrl_Gzip(const char *FileName, int64_t Size)
@@ -98,10 +115,14 @@ int ctrl_Gzip(const char *FileName, int64_t Size)
 
 int ctrl_Unpacked(const char *FileName)
 {
-    FILE *const pTar = fopen(FileName, "r");
-    if (pTar == nullptr)
-        return 1;
-    const int Entries = ctrl_Entries(pTar, true);
-    fclose(pTar);
-    return Entries != 0 ? 1 : 0;
+    FILE_SIZES Sizes;
+    struct stat Found {
+    };
+
+    // A header that is cut in the archive itself is found by its reader.
+    if (read_Tar(FileName, &Sizes) == END_CUT)
+        Sizes.erase(SHEADER_NAME);
+    return std::all_of(Sizes.begin(), Sizes.end(), [&Found](const auto &File) {
+        return stat(File.first.c_str(), &Found) != 0 || Found.st_size == File.second;
+    });
 }

@@ -14,9 +14,10 @@ int ctrl_Tar(const char *FileName);
 // that breaks off lacks; 0: it does not, or it cannot be read.
 int ctrl_Gzip(const char *FileName, int64_t Size);
 
-// 1: every file of the archive that is in the current directory under its name has its whole size;
-// 0: one is shorter or longer, or the archive breaks off. Names that no path may have are passed
-// over, and an archive that cannot be opened has no files. An end marker is not asked for.
+// 0: a file of the archive lies in the current directory under its name with another size; 1: none
+// does, as far as the archive can be read. Absent files, names that no path may have, and forms of
+// tar that tell sizes otherwise are passed over; an end marker is not asked for. A software header
+// that is cut because the archive breaks off in it counts as 1.
 int ctrl_Unpacked(const char *FileName);
 
 #endif

@@ -98,7 +98,6 @@ static int run_Download()
     if (Status == 0 && ForcedDownloadMask != 0 && (TimeoutMask | ReplaceSlavesMask) == 0)
         Status = update_ForcedSlaves();
 
-    end_Request();
     // Who differs after a download lacks the right distribution.
     NoDistributionMask |= UpdateSwMask;
     UpdateSwMask = 0;

@@ -377,6 +377,14 @@ int read_Character(FILE *Stream)
         Stream, [&] { return ::fgetc(Stream); }, EOF);
 }
 
+// The C library reads where it seeks to.
+int seek_Stream(FILE *Stream, off_t Offset, int From)
+{
+    return pass(
+        OutsideCall::Read, [&] { return ::fseeko(Stream, Offset, From); }, make_Failure(-1),
+        tell_Reached);
+}
+
 std::size_t write_Stream(const void *Data, std::size_t Size, std::size_t Count, FILE *Stream)
 {
     return pass_Write(
@@ -593,6 +601,9 @@ const StandIn StandIns[] = {
     {"fgets", get_Address(read_Line)},
     {"fgetc", get_Address(read_Character)},
     {"getc", get_Address(read_Character)},
+    {"fseek", get_Address(seek_Stream)}, // a long is an off_t here
+    {"fseeko", get_Address(seek_Stream)},
+    {"fseeko64", get_Address(seek_Stream)},
     {"write", get_Address(write_Fd)},
     {"fsync", get_Address(sync_Fd)},
     {"fwrite", get_Address(write_Stream)},

@@ -64,9 +64,20 @@ TEST_F(Tar, AFileThatWasUnpackedHasItsSize)
     const size_t Marker = Whole.find_last_not_of('\0') / 512 * 512 + 512 + 5120;
     write_File("../bare.tar", Whole.substr(0, Marker));
     EXPECT_EQ(ctrl_Unpacked("../bare.tar"), 1) << "no end marker";
-    write_File("../bare.tar", Whole.substr(0, Marker - 1));
+    ASSERT_EQ(system("tar -rf ../dist.tar ./zeros.bin"), 0); // twice, under two names
+    ASSERT_EQ(system("echo longer >> sheader.bin; tar -rf ../dist.tar sheader.bin"), 0);
+    EXPECT_EQ(ctrl_Unpacked("../dist.tar"), 1) << "of two files the later counts";
+    std::string Blanks = Whole;
+    Blanks.replace(124, 12, "        233 "); // as older tools write 155 bytes
+    write_File("../bare.tar", Blanks);
+    write_File("./sheader.bin", std::string(155, 'H'));
+    EXPECT_EQ(ctrl_Unpacked("../bare.tar"), 1);
+    write_File("./sheader.bin", "cut");
     EXPECT_EQ(ctrl_Unpacked("../bare.tar"), 0);
+    write_File("../bare.tar", Whole.substr(0, 600)); // damaged, not cut while unpacking
+    EXPECT_EQ(ctrl_Unpacked("../bare.tar"), 1);
 
+    write_File("./sheader.bin", std::string(155, 'H') + "longer\n");
     std::filesystem::resize_file("zeros.bin", 4999);
     EXPECT_EQ(ctrl_Unpacked("../dist.tar"), 0);
     std::filesystem::remove("zeros.bin"); // whoever needs it sees that

@@ -187,9 +187,9 @@ Results read_Results(const fs::path &Machine)
     return Found;
 }
 
-std::string check_Recovery(const Results &Found, const std::vector<Results> &Expected)
+std::string check_Recovery(const Results &Found, const std::array<Results, 2> &Expected, bool Told)
 {
-    if (std::find(Expected.begin(), Expected.end(), Found) != Expected.end()) {
+    if (Found == Expected[0] || (Told && Found == Expected[1])) {
         return "";
     }
     std::string Shown = "other results than without the cut:";

@@ -13,6 +13,7 @@
 #pragma once
 
 #include "start/Start.h"
+#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,9 +40,10 @@ Verdict judge_Start(const qxstart::Start &Ended, const std::filesystem::path &Ma
 using Results = std::map<std::string, std::string>;
 Results read_Results(const std::filesystem::path &Machine);
 
-// Whether a start after a power cut has left what a start leaves that is not cut, Expected one of
-// the ways: the difference, "" when there is none.
-std::string check_Recovery(const Results &Found, const std::vector<Results> &Expected);
+// Whether a start after a power cut has left what a good start leaves: the first one's results, or,
+// when the start that was cut had left those already (Told), the results of one more. Returns what
+// was found, "" when it is right.
+std::string check_Recovery(const Results &Found, const std::array<Results, 2> &Expected, bool Told);
 
 // Why a result file is not whole, "" when it is. Name is "loader.errors" and so on.
 std::string check_ResultFile(const std::string &Name, const std::string &Text);

@@ -75,10 +75,13 @@ struct OutsideForm {
     const char *Calls; // kinds it is for, each between blanks; "": all of them
 };
 
+// A full disk, for the commands that make a file.
+constexpr const char *HALF = "half = true";
+
 constexpr OutsideForm OUTSIDE_FORMS[] = {
     {"[[outside.fault]]", "", ""},
     {"[[outside.fault]]", "run = true", " shell "},
-    {"[[outside.fault]]", "half = true", " shell "},
+    {"[[outside.fault]]", HALF, " shell "},
     {"[cut]", "when = \"before\"", ""},
     {"[cut]", "when = \"middle\"", " write close shell "},
     // What changes nothing outside is the same after it as before it. After a request of the driver
@@ -223,6 +226,12 @@ std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Com
 namespace
 {
 
+bool is_Making(const std::string &Command)
+{
+    const std::string Program = Command.substr(0, Command.find(' '));
+    return Program == "cp" || Program == "tar" || Program == "gzip" || Program == "gunzip";
+}
+
 // The calls of a kind to strike: those of the result's list ("1-4,7"), and the others as above.
 std::set<unsigned> choose_Calls(const std::string &List, unsigned NbCalls)
 {
@@ -270,6 +279,9 @@ std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::stri
             std::string Kind = (Cut ? "cut at " : "failing ") + Call;
             Kind.append(*Form.Keys == 0 ? "" : " ").append(Form.Keys);
             for (const unsigned Nth : Cut ? Changing : Reaching) {
+                if (Form.Keys == HALF && !is_Making(Result.at("shell." + std::to_string(Nth)))) {
+                    continue;
+                }
                 const std::string Place = "nth " + std::to_string(Nth);
                 Plan.push_back({Kind, Place, "",
                                 std::string{Form.Table} + "\ncall = \"" + Call +
