@@ -14,6 +14,7 @@ void build_Machine(Scenario &Machine)
     Machine.add_Board("left", 2, 17).FuncAddr2 = 1;
     MachineBoard &Right = Machine.add_Board("right", 2, 18);
     Right.Runs.Name = "VALVE";
+    Right.Runs.Files["program.txt"] = std::string(15000, 'v');
     Right.Stored = false;
     MachineBoard &Old = Machine.add_Board("old", 3, 1);
     Old.Runs = {"HEAT", {1, 0, 0}, {20}, 1, 1, {{"program.txt", "old\n"}}};
@@ -137,6 +138,45 @@ TEST(Platform, ACallFailsWhereItIsTold)
     }
 }
 
+// Half an archive in the store, half a file on a board, half a result file.
+TEST(Platform, WhatAFullDiskCutsIsNotThere)
+{
+    Scenario Good;
+    build_Machine(Good);
+    const ScenarioRun Whole = Good.run_Expecting("0 started");
+    const auto start_With = [](Scenario &Machine, const std::string &Fault, const char *Outcome,
+                               const char *Report) {
+        build_Machine(Machine);
+        Machine.Toml = Fault;
+        return Machine.run_Expecting(Outcome, Report);
+    };
+    const std::pair<const char *, const char *> Cases[] = {
+        {"tar -cf", "archive incomplète : ../VALVE.1.2.3.tar"},
+        {"gzip", "archive incomplète : ../VALVE.1.2.3.tar.gz"},
+        {"tar -xf", "extraction incomplète : ../HEAT.2.0.0.tar"},
+        {"gunzip", "extraction incomplète : ../HEAT.2.0.0.tar"},
+    };
+    for (const auto &[Command, Report] : Cases) {
+        SCOPED_TRACE(Command);
+        const bool Packing = Report[0] == 'a';
+        Scenario Machine;
+        start_With(Machine, Whole.make_AtShell("[[outside.fault]]", Command, "half = true"),
+                   Packing ? "-892" : "0 started", Report);
+        const fs::path Folder = Machine.get_Folder();
+        EXPECT_EQ(fs::exists(Folder / "card/slave_sw/VALVE.1.2.3.tar.gz"), !Packing);
+        EXPECT_EQ(qxdist::read_Folder(Folder / "boards/old")["program.txt"].size(),
+                  4U); // untouched
+    }
+    // The last that are closed: loader.conf, loader.protocols, the log.
+    const int Nth = std::stoi(Whole.Result.at("outside.close")) - 2;
+    Scenario Machine;
+    const ScenarioRun Run = start_With(
+        Machine, "[[outside.fault]]\ncall = \"close\"\nnth = " + std::to_string(Nth) + "\n",
+        "0 started", "Erreur : écriture de /var/vantrel/config/loader.conf");
+    EXPECT_TRUE(Whole.Files.contains("loader.conf"));
+    EXPECT_FALSE(Run.Files.contains("loader.conf"));
+}
+
 // A cut that comes too early or late, loses what was written, or leaves the RAM disk.
 TEST(Platform, ThePowerGoesAtACall)
 {
@@ -157,7 +197,7 @@ TEST(Platform, AnArchiveThatWasCutIsReadAgain)
     const std::vector<std::vector<std::string>> Cases = {
         {make_Cut("shell", 11, "middle")},                                  // half a copy
         {make_Cut("shell", 11, "after")},                                   // whole, but marked
-        {make_Cut("open", 18, "after")},                                    // not begun
+        {make_Cut("open", 20, "after")},                                    // not begun
         {make_Cut("shell", 11, "middle"), make_Cut("remove", 1, "before")}, // cleared up
         {make_Cut("shell", 11, "middle"), make_Cut("remove", 2, "before")},
         {"[[outside.fault]]\ncall = \"remove\"\n"}, // the marker of a whole copy stays
@@ -168,7 +208,7 @@ TEST(Platform, AnArchiveThatWasCutIsReadAgain)
         add_Unsaved(Machine);
         for (const std::string &Toml : Starts) {
             Machine.Toml = Toml;
-            EXPECT_EQ(Machine.run().Store.front(), ".PUMP.1.2.3.tar.gz.copying") << Toml;
+            EXPECT_EQ(Machine.run().Store.at(0), ".PUMP.1.2.3.tar.gz.copying") << Toml;
         }
         Machine.Toml = "";
         const ScenarioRun Run = Machine.run_Expecting("0 started");

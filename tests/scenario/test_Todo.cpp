@@ -67,6 +67,7 @@ void check_Cases(const std::vector<Case> &Cases)
         const auto Text = qxdist::read_Folder(Machine.get_Folder() / "boards/left")["program.txt"];
         EXPECT_EQ(std::string(Text.begin(), Text.end()), Left);
         EXPECT_FALSE(Run.Files.contains("appl.todo"));
+        EXPECT_FALSE(Run.Files.contains(".appl.todo.cut"));
     }
 }
 
@@ -113,4 +114,35 @@ TEST(Todo, TheMasksAfterADownload)
         // Who differs is told also when the check after the download fails.
         {"", FLAGGED, "0 timeout=1 needing=1", "PUMP.1.2.3", ""},
     });
+}
+
+// A request that a power cut forgets; one that is repeated although the start was whole; one that
+// keeps a machine from coming up for ever.
+TEST(Todo, ARequestThatIsCutIsRepeatedOnce)
+{
+    const auto Switch_On = [](Scenario &Machine, const std::string &Cut) {
+        Machine.Toml = Cut;
+        return Machine.run();
+    };
+    std::string Cut;
+    for (unsigned NbCuts = 0; NbCuts < 3; ++NbCuts) {
+        Scenario Machine;
+        arrange(Machine, GOOD);
+        Machine.Todo = {"cana 2 1 PUMP.1.2.4"};
+        for (unsigned i = 0; i < NbCuts; ++i) {
+            const ScenarioRun Interrupted = Switch_On(Machine, Cut);
+            EXPECT_TRUE(
+                Interrupted.Files.contains(i == 0 ? ".appl.todo.cut" : ".appl.todo.repeated"));
+        }
+        const ScenarioRun Run = Switch_On(Machine, "");
+        EXPECT_EQ(Run.get_Outcome(), NbCuts < 2 ? "0 modify=1 started" : "0 started");
+        EXPECT_EQ(Run.has_Report("Demande interrompue, reprise"), NbCuts > 0);
+        EXPECT_EQ(Run.has_Report("abandonnée"), NbCuts == 2);
+        EXPECT_EQ(Switch_On(Machine, "").Result.at("board.left.downloads"), "0");
+        EXPECT_FALSE(Run.Files.contains(".appl.todo.cut") ||
+                     Run.Files.contains(".appl.todo.repeated") || Run.Files.contains("appl.todo"));
+        if (NbCuts == 0) {
+            Cut = Run.make_AtShell("[cut]", "rm /var/vantrel/config/appl.todo", "when = \"after\"");
+        }
+    }
 }

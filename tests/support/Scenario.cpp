@@ -70,6 +70,16 @@ bool ScenarioRun::has_Report(const std::string &Report) const
     return (Log + Output + Errors).find(Report) != std::string::npos;
 }
 
+std::string ScenarioRun::make_AtShell(const std::string &Table, const std::string &Command,
+                                      const std::string &Keys) const
+{
+    unsigned Nth = 1;
+    while (!Result.at("shell." + std::to_string(Nth)).starts_with(Command)) {
+        ++Nth;
+    }
+    return Table + "\ncall = \"shell\"\nnth = " + std::to_string(Nth) + "\n" + Keys + "\n";
+}
+
 Scenario::Scenario()
     : SmallMachine{make_TemporaryFolder("scenario") / "machine"}, Base{get_Folder().parent_path()}
 {

@@ -29,6 +29,11 @@ struct ScenarioRun : Start {
 
     // Whether log, output or error output have it.
     bool has_Report(const std::string &Report) const;
+
+    // "[[outside.fault]]" or "[cut]", as Table says, with Keys, at the first command of the shell
+    // that begins so. Throws std::out_of_range when this run had none.
+    std::string make_AtShell(const std::string &Table, const std::string &Command,
+                             const std::string &Keys) const;
 };
 
 // A machine without boards, in a temporary folder that goes with the object.
