@@ -21,7 +21,7 @@ static std::string convert(const std::vector<uint8_t> &Record, bool ToLong)
         Status = ToLong ? Info2long(Record.data(), NbRecord, &Value)
                         : Info2string(Record.data(), NbRecord, Text, sizeof Text);
     });
-    const std::string Result = ToLong ? std::to_string(Value) : Text;
+    std::string Result = ToLong ? std::to_string(Value) : Text;
     if (Status == 0 && Reports.empty())
         return Result;
     EXPECT_EQ(Status, GEN_ERR_FORMAT) << Reports;
@@ -192,23 +192,23 @@ TEST_F(BENCH, ProtocolOfAnInterface)
         const char *Fault;
         std::string Second, Third; // answers of boards 1 and 2; board 0 accepts 1 to 5
         uint16_t Param1, Param2;
-        const char *Result;
         int Level;
+        const char *Result;
     } const Cases[] = {
-        {"level", From3To9, Any, 2, 4, "0 000", 4},
-        {"level above a slave's", From3To9, Any, 2, 9, "0 000", 5},
-        {"application too new", From3To9, Any, 6, 9, "-1 000", -1},
-        {"application too old", From3To9, Any, 0, 2, "-1 000", -1},
-        {"application unset", Any, Any, 0xFFFF, 0xFFFF, "-1 000", -1},
-        {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, "-1 000", -1},
-        {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, "-1 000", -1},
-        {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, "-1 000", -1},
-        {"triple cut", "01 00 0B 0C 06 04 00 09 04 00 09 FF 00", Any, 0, 9, "-1 000", -1},
-        {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, "-490 002", -1},
-        {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, "-490 002", -1},
-        {"item unknown", Any, "41 80", 0, 9, "-490 004", -1},
-        {"silence", "41 80", Silent, 0, 9, "-493 402", -1},
-        {"error", "41 05", Silent, 0, 9, "-491 420", -1},
+        {"level", From3To9, Any, 2, 4, 4, "0 000"},
+        {"level above a slave's", From3To9, Any, 2, 9, 5, "0 000"},
+        {"application too new", From3To9, Any, 6, 9, -1, "-1 000"},
+        {"application too old", From3To9, Any, 0, 2, -1, "-1 000"},
+        {"application unset", Any, Any, 0xFFFF, 0xFFFF, -1, "-1 000"},
+        {"slaves apart", "01 00 0B 05 06 FF 06 09 00 00", Any, 0, 9, -1, "-1 000"},
+        {"structure unknown", "01 00 0B 05 06 04 00 09 00 00", Any, 0, 9, -1, "-1 000"},
+        {"last triple read", "01 00 0B 03 06 FF 00 09", Any, 0, 9, -1, "-1 000"},
+        {"triple cut", "01 00 0B 0C 06 04 00 09 04 00 09 FF 00", Any, 0, 9, -1, "-1 000"},
+        {"odd length", "01 00 0B 07 06 FF 00 09 00 00 00 00", Any, 0, 9, -1, "-490 002"},
+        {"not bytes", "01 00 0B 05 05 FF 00 09 00 00", Any, 0, 9, -1, "-490 002"},
+        {"item unknown", Any, "41 80", 0, 9, -1, "-490 004"},
+        {"silence", "41 80", Silent, 0, 9, -1, "-493 402"},
+        {"error", "41 05", Silent, 0, 9, -1, "-491 420"},
     };
     for (const auto &Case : Cases) {
         TimeoutMask = ReplaceSlavesMask = NoDistributionMask = 0;
