@@ -194,7 +194,7 @@ std::string check_Recovery(const Results &Found, const std::array<Results, 2> &E
     }
     std::string Shown = "other results than without the cut:";
     for (const auto &[Name, Text] : Found) {
-        Shown += "\n" + Name + "\n" + Text;
+        Shown.append("\n").append(Name).append("\n").append(Text);
     }
     return Shown;
 }
