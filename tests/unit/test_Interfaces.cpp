@@ -212,9 +212,9 @@ TEST_F(ANSWERS, TheSlavesOfAMaskAreWalkedInTableOrder)
     EXPECT_EQ(Mask, 0xF9u);
 }
 
-// Two threads as in the loader, a million answers: a record handed over before it is complete, or
-// put back too early, shows as a wrong byte (and under a thread sanitizer as a race). Meanwhile the
-// third board comes and goes: the senders of the others must read the same throughout.
+// Two threads as in the loader, three million answers: a record handed over before it is complete,
+// or put back too early, shows as a wrong byte (and under a thread sanitizer as a race). Meanwhile
+// the third board comes and goes: the senders of the others must read the same throughout.
 TEST_F(ANSWERS, MillionsOfAnswersBetweenTwoThreads)
 {
     constexpr uint32_t NB_ANSWERS = 3000000;
