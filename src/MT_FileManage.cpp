@@ -534,8 +534,10 @@ static int transfer_File(const DIRECTION *pDirection, BM_SLAVE_CAST Slaves, cons
 // FILE_NAME_SIZE bytes or could lead out of the staging directory or into the shell.
 static void read_FileName(char *FileName)
 {
-    if (fseek(SheaderFile, 11, SEEK_CUR) != 0)
+    if (fseek(SheaderFile, 11, SEEK_CUR) != 0) {
         REPORT("Erreur : fseek(SEEK_CUR)");
+        SheaderUnread = 1;
+    }
     for (int i = 0; i < FILE_NAME_SIZE; i++) {
         uint8_t Byte;
         if (read_Bytes_FromFile(SheaderFile, &Byte, 1) != 1)
@@ -554,8 +556,10 @@ static void read_FileName(char *FileName)
 static int transfer_ListedFiles(const DIRECTION *pDirection, BM_SLAVE_CAST Slaves,
                                 const SHEADER *pSHeader)
 {
-    if (fseeko(SheaderFile, static_cast<off_t>(pSHeader->offset_Files), SEEK_SET) != 0)
+    if (fseeko(SheaderFile, static_cast<off_t>(pSHeader->offset_Files), SEEK_SET) != 0) {
         REPORT("Erreur : fseek(SEEK_SET)");
+        SheaderUnread = 1;
+    }
     int Status = 0;
     for (int i = 0; Status == 0 && i < pSHeader->nb_Files; i++) {
         char FileName[FILE_NAME_SIZE];
@@ -696,6 +700,9 @@ int put_SlaveDistribution(BM_SLAVE_CAST Slaves, const char *DistributionName)
     Status = ctrl_StagedFiles(DistributionName);
     if (Status == 0)
         Status = transfer_Distribution(&DirectionPut, Slaves);
+    // An archive is removed for a damaged header, not for one that could not be read.
+    if (Status == ERR_SHEADER && SheaderUnread)
+        Status = GEN_ERR_FOPEN;
 
     if (chdir(DIR_WORK) != 0 && Status == 0) {
         REPORT("Erreur : chdir(%s)", DIR_WORK);

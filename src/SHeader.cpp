@@ -17,13 +17,16 @@ constexpr uint8_t TAG_SW_VERSION_2 = 4;
 constexpr uint8_t TAG_SW_VERSION_3 = 5;
 
 FILE *SheaderFile;
+uint8_t SheaderUnread;
 
 // A failed seek is reported and reading goes on from where the stream stands: the checks of what
 // is read then decide.
 static void seek_Sheader(off_t Offset, int Origin, const char *OriginName)
 {
-    if (fseeko(SheaderFile, Offset, Origin) != 0)
+    if (fseeko(SheaderFile, Offset, Origin) != 0) {
         REPORT("Erreur : fseek(%s)", OriginName);
+        SheaderUnread = 1;
+    }
 }
 
 // Reads an unsigned big-endian number of the width of *pValue. 0, or -1 after a report.
@@ -83,6 +86,7 @@ static int read_Sheader(SHEADER *pSHeader)
 int open_SheaderFile(SHEADER *pSHeader)
 {
     ASSERT(SheaderFile == nullptr, "SheaderFile == ((void *)0)");
+    SheaderUnread = 0;
     SheaderFile = fopen(SHEADER_NAME, "r");
     if (SheaderFile == nullptr) {
         REPORT("Erreur : fopen(%s)", SHEADER_NAME);
@@ -104,6 +108,8 @@ void close_SheaderFile()
 {
     if (SheaderFile == nullptr)
         return;
+    if (ferror(SheaderFile))
+        SheaderUnread = 1;
     fclose(SheaderFile);
     SheaderFile = nullptr;
 }

@@ -44,6 +44,10 @@ constexpr int INFO_SW_SIZE = 128;              // of the buffer of one informati
 
 extern FILE *SheaderFile; // the header while it is open, else null; one at a time
 
+// 1 when a read or a seek of the header has failed since it was opened, not for want of bytes: what
+// was or was not found in it proves nothing. Complete once it is closed.
+extern uint8_t SheaderUnread;
+
 // Opens, reads and checks the header. 0: SheaderFile is open, at offset 0; GEN_ERR_FOPEN;
 // ERR_SHEADER. After a failure the caller calls close_SheaderFile: a file too short for its
 // signature is left open.
