@@ -52,7 +52,7 @@ constexpr const char *OPENED[] = {
     R"(/var/vantrel/config/(appl\.(conf|protocols|todo)|loader\.(conf|errors|protocols|todo)))",
     R"(/mnt/cf/log/loader\.log(_TAIL)?)",
     R"(/mnt/cf/slave_sw/(DIST\.tar\.gz|\.DIST\.tar\.gz\.copying))",
-    R"(/home/user/vantrel/slave_sw/(DIST\.tar\.gz|tmp/FILE))",
+    R"(/home/user/vantrel/slave_sw/(DIST\.tar(\.gz)?|tmp/FILE))",
 };
 
 // What a start may make, change or remove in the machine's folder; boards and state are qxsim's.
