@@ -82,6 +82,17 @@ TEST(Platform, ANormalEndLeavesTheDriverOnly)
     }
 }
 
+// A staging folder that a failed upload could not remove, and that stays.
+TEST(Platform, WhatAnUploadLeavesGoesWithIt)
+{
+    Scenario Machine;
+    build_Machine(Machine);
+    Machine.Boards[1].Toml = "[[board.fault]]\nkind = \"silence\"\nservice = 25\nfunction = 2\n";
+    Machine.Toml = Machine.run().make_AtShell("[[outside.fault]]", "rm -R tmp", "");
+    Machine.run_Expecting("0 timeout=1");
+    EXPECT_FALSE(fs::exists(Machine.get_Folder() / "vantrel/slave_sw/tmp"));
+}
+
 // A whole status cut to its low byte; an abort that loses the trace, the output or the report; a
 // loader that never ends.
 TEST(Platform, EveryEndOfTheProcessLeavesItsResults)
