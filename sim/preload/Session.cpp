@@ -358,7 +358,8 @@ void add_Texts(std::string &Text, const std::string &Key, const LIST &Texts)
     int Number = 0;
     for (std::string Added : Texts) {
         std::replace(Added.begin(), Added.end(), '\n', '\r');
-        Text += Key + "." + std::to_string(++Number) + "=" + Added + "\n";
+        Text.append(Key).append(".").append(std::to_string(++Number)).append("=");
+        Text.append(Added).append("\n");
     }
 }
 
@@ -401,9 +402,10 @@ std::string make_Result(std::optional<int> Whole)
     add_Line(Text, "driver.overflows=%" PRIu64 "\n", Counters.Overflows);
     for (const OutsideCallName &Named : OutsideCallNames) {
         const std::string Key = std::string{"outside."} + Named.Name;
-        Text += Key + "=" + std::to_string(outside::get_Count(Named.Call)) + "\n";
-        Text += Key + ".reaching=" + outside::get_Reaching(Named.Call) + "\n";
-        Text += Key + ".changing=" + outside::get_Changing(Named.Call) + "\n";
+        add_Line(Text, "outside.%s=%u\n", Named.Name, outside::get_Count(Named.Call));
+        Text.append(Key).append(".reaching=").append(outside::get_Reaching(Named.Call));
+        Text.append("\n").append(Key).append(".changing=");
+        Text.append(outside::get_Changing(Named.Call)).append("\n");
     }
     add_Texts(Text, "shell", outside::get_Commands());
     add_Texts(Text, "opened", outside::get_Opened());
