@@ -137,9 +137,9 @@ static int read_Requests()
 // ---- Requests that a power cut may end
 
 // appl.todo goes before the first download, so that a request that ends the loader is not repeated
-// for ever. A power cut is no fault of the request: while it is carried out the file has another
-// name, under which the next start finds it. Once only: a machine may be switched off because of
-// what the request does.
+// for ever. A power cut, or another end from outside, is no fault of the request: while it is
+// carried out the file has another name, under which the next start finds it. Once only: a machine
+// may be switched off because of what the request does.
 
 static bool Repeated;
 
@@ -174,12 +174,14 @@ static void restore_CutRequest()
     }
 }
 
-// Without its second name the request is carried out all the same.
+// Without its second name the request is carried out all the same. A file system that knows none
+// (EPERM) is no fault.
 static void keep_Request()
 {
     const char *const Name = Repeated ? PATH_TODO_REPEATED : PATH_TODO_CUT;
     if (link(PATH_APPL_TODO, Name) != 0) {
-        REPORT("Erreur : link(%s)", Name);
+        if (errno != EPERM)
+            REPORT("Erreur : link(%s)", Name);
         return;
     }
     KeptRequest.store(Name, std::memory_order_release);

@@ -599,50 +599,59 @@ static int transfer_Distribution(const DIRECTION *pDirection, BM_SLAVE_CAST Slav
     return Status;
 }
 
-// In the staging directory: the archive, in the directory above.
-static void make_TarName(char (&Path)[TEXT_SIZE], const char *DistributionName, const char *Ending)
+// Size of a file modulo 2^32, as gzip notes it; -1: there is none.
+static int64_t get_FileSize(const char *Path)
 {
-    snprintf(Path, sizeof Path, "../%s%s", DistributionName, Ending);
+    struct stat Found {
+    };
+    return stat(Path, &Found) == 0 ? int64_t{static_cast<uint32_t>(Found.st_size)} : -1;
 }
 
-// Half an archive would pass for the slave's software for ever: without one, the next step sees
-// that there is none.
-static void drop_Cut(const char *Path)
+// Half an archive would pass for the slave's software for ever.
+static int drop_CutArchive(const char *Path)
 {
     REPORT("Erreur : archive incomplète : %s", Path);
     unlink(Path);
+    return GEN_ERR_FOPEN;
 }
 
-// Packs the staging directory.
-static void pack_Files(const char *DistributionName)
+// In the staging directory; the archive comes into the directory above. 0, also when there is none;
+// GEN_ERR_FOPEN: it was cut, and is removed.
+static int pack_Files(const char *DistributionName)
 {
     char Path[TEXT_SIZE];
-    struct stat Tar {
-    };
 
     run_Command("tar -cf ../%s.tar *", DistributionName);
-    make_TarName(Path, DistributionName, ".tar");
-    const bool Made = stat(Path, &Tar) == 0;
-    if (Made && !ctrl_Tar(Path))
-        drop_Cut(Path);
+    snprintf(Path, sizeof Path, "../%s.tar", DistributionName);
+    const int64_t Size = get_FileSize(Path);
+    int Status = Size >= 0 && !ctrl_Tar(Path) ? drop_CutArchive(Path) : 0;
 
     run_Command("gzip -f ../%s.tar", DistributionName);
-    make_TarName(Path, DistributionName, ".tar.gz");
-    if (access(Path, F_OK) == 0 && !(Made && ctrl_Gzip(Path, Tar.st_size)))
-        drop_Cut(Path);
+    snprintf(Path, sizeof Path, "../%s.tar.gz", DistributionName);
+    if (get_FileSize(Path) >= 0 && get_GzipSize(Path) != Size)
+        Status = drop_CutArchive(Path);
+    return Status;
 }
 
-// Nor does half a file go to a slave. 0 or GEN_ERR_FOPEN: the master cannot read what it would
-// send.
-static int ctrl_StagedFiles(const char *DistributionName)
+// Nor does half a file go to a slave. PackedSize: what the archive's compressed form held. 0;
+// GEN_ERR_FOPEN: the master had no room to unpack it; ERR_SHEADER: the archive is damaged.
+static int ctrl_StagedFiles(const char *DistributionName, int64_t PackedSize)
 {
     char Path[TEXT_SIZE];
 
-    make_TarName(Path, DistributionName, ".tar");
-    if (ctrl_Unpacked(Path))
+    snprintf(Path, sizeof Path, "../%s.tar", DistributionName);
+    const int Unpacked = ctrl_Unpacked(Path);
+    if (Unpacked == 1)
         return 0;
     REPORT("Erreur : extraction incomplète : %s", Path);
-    return GEN_ERR_FOPEN;
+    return Unpacked < 0 && get_FileSize(Path) == PackedSize ? ERR_SHEADER : GEN_ERR_FOPEN;
+}
+
+// An archive is removed for a damaged header, not for one that could not be read.
+static int send_StagedFiles(BM_SLAVE_CAST Slaves)
+{
+    const int Status = transfer_Distribution(&DirectionPut, Slaves);
+    return Status == ERR_SHEADER && SheaderUnread ? GEN_ERR_FOPEN : Status;
 }
 
 // Packs the staging directory under the name that the header gives.
@@ -654,8 +663,7 @@ static int make_Archive()
         REPORT("Erreur : make_DistributionName_FromSheader(%s) = %i", DistributionName, Status);
         return Status;
     }
-    pack_Files(DistributionName);
-    return 0;
+    return pack_Files(DistributionName);
 }
 
 int get_SlaveDistribution(BM_SLAVE_CAST Slaves)
@@ -690,6 +698,9 @@ int put_SlaveDistribution(BM_SLAVE_CAST Slaves, const char *DistributionName)
     int Status = chdir(DIR_WORK_SW);
     ASSERT(Status >= 0, "Status >= 0");
     remove_Leftovers(DIR_WORK_SW, ".tar"); // else sent in the place of an archive that is damaged
+    char Path[TEXT_SIZE];
+    snprintf(Path, sizeof Path, "%s.tar.gz", DistributionName);
+    const int64_t PackedSize = get_GzipSize(Path);
     run_Command("gunzip -f %s.tar.gz", DistributionName);
     Status = make_WorkDir(DIR_WORK_SW_TMP);
     if (Status != 0)
@@ -697,12 +708,9 @@ int put_SlaveDistribution(BM_SLAVE_CAST Slaves, const char *DistributionName)
 
     enter_StagingDir();
     run_Command("tar -xf ../%s.tar", DistributionName);
-    Status = ctrl_StagedFiles(DistributionName);
+    Status = ctrl_StagedFiles(DistributionName, PackedSize);
     if (Status == 0)
-        Status = transfer_Distribution(&DirectionPut, Slaves);
-    // An archive is removed for a damaged header, not for one that could not be read.
-    if (Status == ERR_SHEADER && SheaderUnread)
-        Status = GEN_ERR_FOPEN;
+        Status = send_StagedFiles(Slaves);
 
     if (chdir(DIR_WORK) != 0 && Status == 0) {
         REPORT("Erreur : chdir(%s)", DIR_WORK);

@@ -99,18 +99,18 @@ int ctrl_Tar(const char *FileName)
     return read_Tar(FileName, &Ignored) == END_MARKER ? 1 : 0;
 }
 
-int ctrl_Gzip(const char *FileName, int64_t Size)
+int64_t get_GzipSize(const char *FileName)
 {
     uint8_t Trailer[4] = {};
 
     FILE *const pGzip = fopen(FileName, "r");
     if (pGzip == nullptr)
-        return 0;
+        return -1;
     const bool Read = fseeko(pGzip, -4, SEEK_END) == 0 && fread(Trailer, 1, 4, pGzip) == 4;
     fclose(pGzip);
-    const uint32_t Held = Trailer[0] | uint32_t{Trailer[1]} << 8 | uint32_t{Trailer[2]} << 16 |
+    const uint32_t Size = Trailer[0] | uint32_t{Trailer[1]} << 8 | uint32_t{Trailer[2]} << 16 |
                           uint32_t{Trailer[3]} << 24;
-    return Read && Held == static_cast<uint32_t>(Size) ? 1 : 0;
+    return Read ? int64_t{Size} : -1;
 }
 
 int ctrl_Unpacked(const char *FileName)
@@ -119,10 +119,11 @@ int ctrl_Unpacked(const char *FileName)
     struct stat Found {
     };
 
-    // A header that is cut in the archive itself is found by its reader.
-    if (read_Tar(FileName, &Sizes) == END_CUT)
+    const bool Cut = read_Tar(FileName, &Sizes) == END_CUT;
+    if (Cut)
         Sizes.erase(SHEADER_NAME);
-    return std::all_of(Sizes.begin(), Sizes.end(), [&Found](const auto &File) {
+    const bool Whole = std::all_of(Sizes.begin(), Sizes.end(), [&Found](const auto &File) {
         return stat(File.first.c_str(), &Found) != 0 || Found.st_size == File.second;
     });
+    return Whole ? 1 : Cut ? -1 : 0;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qxsim
@@ -137,6 +138,13 @@ inline constexpr OutsideCallName OutsideCallNames[] = {
     {"driver", OutsideCall::Driver, EIO},
     {"thread", OutsideCall::Thread, EAGAIN},
 };
+
+// Whether a command of the shell makes a file, of which half may be made.
+inline bool is_MakingFile(std::string_view Command)
+{
+    const std::string_view Program = Command.substr(0, Command.find(' '));
+    return Program == "cp" || Program == "tar" || Program == "gzip" || Program == "gunzip";
+}
 
 struct OutsideFault {
     OutsideCall Call{};

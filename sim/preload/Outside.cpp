@@ -34,7 +34,6 @@ std::array<std::atomic<unsigned>, std::size(OutsideCallNames)> Counts;
 // Never destroyed: they are read when the process ends.
 std::vector<std::string> &Commands = *new std::vector<std::string>;
 std::set<std::string> &Opened = *new std::set<std::string>;
-std::atomic_flag OpenedLock; // no mutex: the thread sanitizer would take an order from it
 
 // From its call of exit on nothing is the program's own: what calls then was linked into it to
 // count what it did.
@@ -57,10 +56,10 @@ const OutsideFault *find_Fault(OutsideCall Call, unsigned Nth)
 }
 
 // What a call met outside the process.
-enum class Effect { None, Looked, Reached, Changed };
+enum class Effect { None, Polled, Reached, Changed };
 
 // Numbers in rising order, as runs of them.
-class Numbers
+class NumberRanges
 {
   public:
     void add(unsigned Number)
@@ -86,45 +85,45 @@ class Numbers
     std::vector<std::pair<unsigned, unsigned>> Runs;
 };
 
-struct Told {
-    Numbers Reaching;
-    Numbers Changing;
+struct CallNumbers {
+    NumberRanges Reaching;
+    NumberRanges Changing;
 };
 
-// Two kinds of looks at the driver, for a frame and at the timer. A loader that waits looks
-// again and again; what it makes of the first looks it makes of all until something happens.
-constexpr unsigned NB_LOOKS_TOLD = 3;
-struct Looks {
-    unsigned NbEvents{}; // NbEvents of the whole when it was last looked ...
+// Polls of the driver that find nothing: no frame, or the timer. A loader that waits polls again
+// and again; what it makes of the first ones it makes of all until something happens.
+constexpr unsigned NB_POLLS_TOLD = 3;
+struct Polls {
+    unsigned NbEvents{}; // NbEvents of the whole at the last one ...
     unsigned Count{};    // so many times
 };
 
 // All three are met with the turn only.
-std::array<Told, std::size(OutsideCallNames)> &Known =
-    *new std::array<Told, std::size(OutsideCallNames)>; // never destroyed, as above
-Looks LooksForFrame, LooksAtTimer;
-unsigned NbEvents; // calls that reached beyond the process, looks that found nothing aside
+std::array<CallNumbers, std::size(OutsideCallNames)> &Known =
+    *new std::array<CallNumbers, std::size(OutsideCallNames)>; // never destroyed, as above
+Polls PollsForFrame, PollsOfTimer;
+unsigned NbEvents; // calls that reached beyond the process, polls aside
 
 void note_Effect(OutsideCall Call, unsigned Nth, Effect Met)
 {
     const turn::Inside Guard;
-    Told &Kind = Known[static_cast<std::size_t>(Call)];
+    CallNumbers &Kind = Known[static_cast<std::size_t>(Call)];
     if (Met != Effect::None) {
         Kind.Reaching.add(Nth);
-        NbEvents += Met == Effect::Looked ? 0 : 1;
+        NbEvents += Met == Effect::Polled ? 0 : 1;
     }
     if (Met == Effect::Changed) {
         Kind.Changing.add(Nth);
     }
 }
 
-Effect count_Look(Looks &Earlier)
+Effect count_Poll(Polls &Earlier)
 {
     const turn::Inside Guard;
     if (Earlier.NbEvents != NbEvents) {
         Earlier = {NbEvents, 0};
     }
-    return ++Earlier.Count <= NB_LOOKS_TOLD ? Effect::Looked : Effect::None;
+    return ++Earlier.Count <= NB_POLLS_TOLD ? Effect::Polled : Effect::None;
 }
 
 bool is_Cut(OutsideCall Call, unsigned Nth, CutMoment When)
@@ -187,10 +186,8 @@ void note_Opened(const char *Path)
     const bool Process = strncmp(Path, "/proc/", 6) == 0;
     const fs::path Real =
         Process ? fs::path{Path} : fs::weakly_canonical(fs::absolute(Path), Error);
-    while (OpenedLock.test_and_set(std::memory_order_acquire)) {
-    }
+    const turn::Inside Guard;
     Opened.insert(Error ? Path : Real.string());
-    OpenedLock.clear(std::memory_order_release);
 }
 
 int open_Path(const char *Path, int Flags, ...)
@@ -381,8 +378,8 @@ int read_Character(FILE *Stream)
 int seek_Stream(FILE *Stream, off_t Offset, int From)
 {
     return pass(
-        OutsideCall::Read, [&] { return ::fseeko(Stream, Offset, From); }, make_Failure(-1),
-        tell_Reached);
+        OutsideCall::Read, [&] { return ::fseeko(Stream, Offset, From); },
+        make_StreamFailure(Stream, -1), tell_Reached);
 }
 
 std::size_t write_Stream(const void *Data, std::size_t Size, std::size_t Count, FILE *Stream)
@@ -495,13 +492,7 @@ fs::path find_Largest()
     return Largest;
 }
 
-bool is_Making(std::string_view Command)
-{
-    const std::string Program = take_Word(Command);
-    return Program == "cp" || Program == "gzip" || Program == "gunzip" || Program == "tar";
-}
-
-// The file that such a command has made.
+// The file that a command has made which makes one.
 fs::path find_Product(std::string_view Command)
 {
     const std::string Program = take_Word(Command);
@@ -526,7 +517,7 @@ fs::path find_Product(std::string_view Command)
 // A command that makes a file has written half of it; any other has not begun.
 void run_HalfOf(const char *Command)
 {
-    if (is_Making(Command)) {
+    if (is_MakingFile(Command)) {
         (void)!::system(Command);
         const fs::path Product = find_Product(Command);
         std::error_code Ignored;
@@ -562,9 +553,9 @@ int request_Driver(int Fd, unsigned long Request, void *Argument)
             case DriverRequest::Reset:
                 return Effect::Changed;
             case DriverRequest::Timer:
-                return count_Look(LooksAtTimer);
+                return count_Poll(PollsOfTimer);
             case DriverRequest::Receive:
-                return Result == 0 ? Effect::Reached : count_Look(LooksForFrame);
+                return Result == 0 ? Effect::Reached : count_Poll(PollsForFrame);
             default:
                 return Effect::Reached;
             }

@@ -21,7 +21,7 @@ void start(const std::vector<OutsideFault> &Faults, const std::optional<PowerCut
 unsigned get_Count(OutsideCall Call);
 
 // Which of the kind's calls, from 1, went beyond the process: all but those that a stream's buffer
-// served, and looks at the driver (an empty receive, the timer) from the fourth on in which nothing
+// served, and polls of the driver (an empty receive, the timer) from the fourth on in which nothing
 // else went beyond it. And which of these changed something out there. As "1-4,7", rising.
 std::string get_Reaching(OutsideCall Call);
 std::string get_Changing(OutsideCall Call);

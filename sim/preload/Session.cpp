@@ -1,5 +1,6 @@
 #include "preload/Session.h"
 #include "board/Board.h"
+#include "bus/FrameText.h"
 #include "driver/DriverPort.h"
 #include "machine/MachineFolder.h"
 #include "preload/Journal.h"
@@ -91,15 +92,12 @@ void trace_Frame(const Frame &Sent, Time When)
 {
     const std::int64_t Micros =
         std::chrono::floor<std::chrono::microseconds>(When + get_Date()).count();
-    char Line[96];
-    int Length = snprintf(Line, sizeof Line, "(%010" PRId64 ".%06" PRId64 ") %.32s %08X#",
-                          Micros / 1'000'000, Micros % 1'000'000,
-                          Current->Described.Interface.c_str(), Sent.Identifier);
-    for (std::size_t i = 0; i < Sent.Length; ++i) {
-        Length += snprintf(Line + Length, 3, "%02X", Sent.Data[i]);
-    }
-    Line[Length++] = '\n';
-    Current->Trace.append({Line, static_cast<std::size_t>(Length)});
+    char Head[64];
+    const int Length =
+        snprintf(Head, sizeof Head, "(%010" PRId64 ".%06" PRId64 ") %.32s ", Micros / 1'000'000,
+                 Micros % 1'000'000, Current->Described.Interface.c_str());
+    Current->Trace.append({Head, static_cast<std::size_t>(Length)});
+    Current->Trace.append(show_Frame(Sent) + "\n");
 }
 
 // The card goes out of its socket: what is open stays open, nothing new is found.

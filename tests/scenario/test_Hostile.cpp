@@ -177,6 +177,7 @@ struct HostileMachine : Scenario {
         EXPECT_EQ(Run.get_Outcome(), Outcome) << Run.Output << Run.Errors;
         EXPECT_EQ(("\n" + Run.Log).find("\n../src/Loader 1 "), std::string::npos);
         EXPECT_EQ(Run.Log.find_first_of("\x1b\r\x7f\x9b"), std::string::npos) << Run.Log;
+        EXPECT_TRUE(Run.Result.contains("opened.1") && Run.Result.contains("shell.1"));
         for (const auto &[Key, Value] : Run.Result) {
             EXPECT_FALSE(Key.starts_with("stray.")) << Value;
             EXPECT_TRUE(!Key.starts_with("shell.") || is_OneOf(Value, COMMANDS)) << Value;

@@ -116,33 +116,60 @@ TEST(Todo, TheMasksAfterADownload)
     });
 }
 
-// A request that a power cut forgets; one that is repeated although the start was whole; one that
-// keeps a machine from coming up for ever.
+// A request that a power cut forgets, at any time before the application was told; one that is
+// repeated although the start ended, or over a newer one; one that keeps a machine from coming up.
 TEST(Todo, ARequestThatIsCutIsRepeatedOnce)
 {
-    const auto Switch_On = [](Scenario &Machine, const std::string &Cut) {
-        Machine.Toml = Cut;
+    const auto Switch_On = [](Scenario &Machine, const std::string &Fault) {
+        Machine.Toml = Fault;
         return Machine.run();
     };
-    std::string Cut;
-    for (unsigned NbCuts = 0; NbCuts < 3; ++NbCuts) {
-        Scenario Machine;
+    const auto check_End = [&](Scenario &Machine, const char *Outcome, const char *Report) {
+        const ScenarioRun Run = Switch_On(Machine, "");
+        EXPECT_EQ(Run.get_Outcome(), Outcome) << Run.Output;
+        EXPECT_EQ(Run.has_Report("Demande"), *Report != 0);
+        EXPECT_TRUE(Run.has_Report(Report)) << Run.Output;
+        const ScenarioRun Next = Switch_On(Machine, "");
+        EXPECT_EQ(Next.Result.at("board.left.downloads"), "0");
+        EXPECT_FALSE(Next.Files.contains(".appl.todo.cut") ||
+                     Next.Files.contains(".appl.todo.repeated"));
+    };
+    const auto prepare = [](Scenario &Machine) {
         arrange(Machine, GOOD);
         Machine.Todo = {"cana 2 1 PUMP.1.2.4"};
-        for (unsigned i = 0; i < NbCuts; ++i) {
-            const ScenarioRun Interrupted = Switch_On(Machine, Cut);
-            EXPECT_TRUE(
-                Interrupted.Files.contains(i == 0 ? ".appl.todo.cut" : ".appl.todo.repeated"));
-        }
-        const ScenarioRun Run = Switch_On(Machine, "");
-        EXPECT_EQ(Run.get_Outcome(), NbCuts < 2 ? "0 modify=1 started" : "0 started");
-        EXPECT_EQ(Run.has_Report("Demande interrompue, reprise"), NbCuts > 0);
-        EXPECT_EQ(Run.has_Report("abandonnée"), NbCuts == 2);
-        EXPECT_EQ(Switch_On(Machine, "").Result.at("board.left.downloads"), "0");
-        EXPECT_FALSE(Run.Files.contains(".appl.todo.cut") ||
-                     Run.Files.contains(".appl.todo.repeated") || Run.Files.contains("appl.todo"));
-        if (NbCuts == 0) {
-            Cut = Run.make_AtShell("[cut]", "rm /var/vantrel/config/appl.todo", "when = \"after\"");
-        }
+    };
+    Scenario Good;
+    prepare(Good);
+    const ScenarioRun Whole = Good.run_Expecting("0 modify=1 started");
+    const std::string AfterRemoval =
+        Whole.make_AtShell("[cut]", "rm /var/vantrel/config/appl.todo", "when = \"after\"");
+    for (const std::string &Cut :
+         {AfterRemoval, Whole.make_AtShell("[cut]", "tar -xf", "when = \"middle\""),
+          "[cut]\ncall = \"close\"\nnth = " + Whole.Result.at("outside.close") + "\n"}) {
+        SCOPED_TRACE(Cut);
+        Scenario Machine;
+        prepare(Machine);
+        EXPECT_TRUE(Switch_On(Machine, Cut).Files.contains(".appl.todo.cut"));
+        check_End(Machine, "0 modify=1 started", "Demande interrompue, reprise");
     }
+    Scenario Twice;
+    prepare(Twice);
+    Switch_On(Twice, AfterRemoval);
+    EXPECT_TRUE(Switch_On(Twice, AfterRemoval).Files.contains(".appl.todo.repeated"));
+    check_End(Twice, "0 started", "Demande interrompue deux fois, abandonnée");
+
+    Scenario Newer;
+    prepare(Newer);
+    Switch_On(Newer, AfterRemoval);
+    Newer.Todo = {"cana 2 1 NONE.1.0.0"};
+    check_End(Newer, "0 needing=1", "");
+
+    // A lost answer of the transfer ends the start by an assertion.
+    Scenario Aborted;
+    prepare(Aborted);
+    Aborted.Boards[0].Toml =
+        "[[board.fault]]\nkind = \"silence\"\nservice = 25\nfunction = 1\nnth = 1\n";
+    EXPECT_EQ(Aborted.run().Signal, 6);
+    Aborted.Boards[0].Toml = "";
+    check_End(Aborted, "0 started", "");
 }

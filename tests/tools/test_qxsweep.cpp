@@ -1,7 +1,9 @@
 // The judge of the sweep: a sweep that can find nothing wrong is worth nothing.
 #include "qxdist/Archive.h"
 #include "sweep/Judge.h"
+#include "sweep/Plan.h"
 #include "sweep/SweepMachine.h"
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
@@ -60,6 +62,11 @@ TEST(Sweep, EveryBreachOfTheContractIsSeen)
     EXPECT_EQ(Judge(Wrong), 1U);
     Wrong.Errors = "==1==ERROR: AddressSanitizer: heap-use-after-free";
     EXPECT_EQ(Judge(Wrong), 1U);
+    Wrong.Errors = "Tar.cpp:9: runtime error: shift";
+    EXPECT_EQ(Judge(Wrong), 1U);
+    Start Crashed = Aborted("");
+    Crashed.Signal = 11;
+    EXPECT_EQ(Judge(Crashed), 1U);
     Wrong = Ended;
     Wrong.InTime = false;
     EXPECT_EQ(Judge(Wrong), 1U);
@@ -69,9 +76,49 @@ TEST(Sweep, EveryBreachOfTheContractIsSeen)
     fs::copy_file(Kept, Half);
     fs::resize_file(Half, fs::file_size(Half) / 2);
     EXPECT_EQ(Judge(Ended), 1U);
+    fs::copy_file(Half, Kept, fs::copy_options::overwrite_existing); // there before, now damaged
+    EXPECT_EQ(Judge(Ended), 2U);
     fs::remove(Kept);
     EXPECT_EQ(Judge(Ended), 2U);
     write_Text(Machine / "config/loader.todo", "4698 ");
     EXPECT_EQ(Judge(Ended), 3U);
     fs::remove_all(Machine);
+}
+
+// The results of a start that a cut has kept from telling something.
+TEST(Sweep, AStartAfterACutTellsWhatAGoodOneTells)
+{
+    const std::array<Results, 2> Expected{Results{{"loader.todo", "2\n"}}, Results{}};
+    EXPECT_EQ(check_Recovery(Expected[0], Expected, false), "");
+    EXPECT_EQ(check_Recovery(Expected[1], Expected, true), "");
+    EXPECT_NE(check_Recovery(Expected[1], Expected, false), "");
+    EXPECT_NE(check_Recovery({{"loader.todo", "1\n"}}, Expected, true), "");
+}
+
+// A call that is not struck, or struck where it does nothing.
+TEST(Sweep, CallsAreStruckWhereTheyReachAndCutWhereTheyChange)
+{
+    const std::vector<PlannedRun> Plan = plan_OutsideFaults({
+        {"outside.read", "9000"},
+        {"outside.read.reaching", "1-4,7001,7003-7004"},
+        {"outside.read.changing", "7005"},
+        {"outside.shell", "2"},
+        {"outside.shell.reaching", "1-2"},
+        {"outside.shell.changing", "1-2"},
+        {"shell.1", "rm -R *"},
+        {"shell.2", "tar -xf ../A.tar"},
+    });
+    const auto Count = [&Plan](const std::string &Kind, const std::string &Nth) {
+        return std::count_if(Plan.begin(), Plan.end(), [&](const PlannedRun &Run) {
+            return Run.Kind == Kind && Run.Place == "nth " + Nth;
+        });
+    };
+    for (const char *Nth : {"4", "40", "7001", "7003", "7004"}) {
+        EXPECT_EQ(Count("failing read", Nth), 1) << Nth;
+    }
+    EXPECT_EQ(Count("failing read", "7002") + Count("failing read", "7005"), 0);
+    EXPECT_EQ(Count("cut at read when = \"before\"", "7005"), 1);
+    EXPECT_EQ(Count("cut at read when = \"before\"", "7001"), 0);
+    EXPECT_EQ(Count("failing shell half = true", "1"), 0);
+    EXPECT_EQ(Count("failing shell half = true", "2"), 1);
 }

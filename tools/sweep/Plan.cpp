@@ -2,6 +2,7 @@
 
 #include "board/Message.h"
 #include "bus/FrameText.h"
+#include "machine/Machine.h"
 #include "machine/MachineFolder.h"
 #include <algorithm>
 #include <set>
@@ -226,12 +227,6 @@ std::vector<PlannedRun> plan_BoardFaults(const std::vector<ReceivedCommand> &Com
 namespace
 {
 
-bool is_Making(const std::string &Command)
-{
-    const std::string Program = Command.substr(0, Command.find(' '));
-    return Program == "cp" || Program == "tar" || Program == "gzip" || Program == "gunzip";
-}
-
 // The calls of a kind to strike: those of the result's list ("1-4,7"), and the others as above.
 std::set<unsigned> choose_Calls(const std::string &List, unsigned NbCalls)
 {
@@ -279,7 +274,8 @@ std::vector<PlannedRun> plan_OutsideFaults(const std::map<std::string, std::stri
             std::string Kind = (Cut ? "cut at " : "failing ") + Call;
             Kind.append(*Form.Keys == 0 ? "" : " ").append(Form.Keys);
             for (const unsigned Nth : Cut ? Changing : Reaching) {
-                if (Form.Keys == HALF && !is_Making(Result.at("shell." + std::to_string(Nth)))) {
+                if (Form.Keys == HALF &&
+                    !qxsim::is_MakingFile(Result.at("shell." + std::to_string(Nth)))) {
                     continue;
                 }
                 const std::string Place = "nth " + std::to_string(Nth);

@@ -1,5 +1,6 @@
 // What the sweep runs: every command of a good start with every fault that a board can show, and
-// every call to the outside failing.
+// every call failing, or ended by a power cut, that reaches beyond the process or changes
+// something.
 #pragma once
 
 #include <cstdint>

@@ -28,9 +28,10 @@ constexpr int EXIT_USAGE = 2;
 constexpr const char *USAGE =
     "Usage: qxsweep [OPTION]... [MACHINE]\n"
     "Starts MACHINE, a folder as qxsim takes it, once as it is, and then again with every fault\n"
-    "that a board can show at every command of that first start, with every call to the outside\n"
-    "failing, and with the power cut at every such call: one fault a run. Each run is\n"
-    "held to the contract of docs/reliability.md. Without MACHINE: one that uses every service.\n"
+    "that a board can show at every command of that first start, with every call failing that\n"
+    "reaches beyond the process, and with the power cut where one changes something: one fault a\n"
+    "run. Each is held to the contract of docs/reliability.md. Without MACHINE: one that uses\n"
+    "every service.\n"
     "\n"
     "  --loader FILE   the loader (default: the qx of this build)\n"
     "  --sample N      only N runs, drawn at random\n"
@@ -325,6 +326,9 @@ int sweep(const Options &Given)
     std::erase_if(Plan, [&Given](const PlannedRun &Planned) {
         return show_Run(Planned).find(Given.Match) == std::string::npos;
     });
+    if (Plan.empty()) {
+        throw UsageError{"no run has \"" + Given.Match + "\""};
+    }
     if (Given.Sample) {
         draw_Sample(Plan, Given);
     }
