@@ -145,7 +145,8 @@ TEST(Todo, ARequestThatIsCutIsRepeatedOnce)
         Whole.make_AtShell("[cut]", "rm /var/vantrel/config/appl.todo", "when = \"after\"");
     for (const std::string &Cut :
          {AfterRemoval, Whole.make_AtShell("[cut]", "tar -xf", "when = \"middle\""),
-          "[cut]\ncall = \"close\"\nnth = " + Whole.Result.at("outside.close") + "\n"}) {
+          "[cut]\ncall = \"close\"\nnth = " + Whole.Result.at("outside.close") +
+              "\nwhen = \"before\"\n"}) {
         SCOPED_TRACE(Cut);
         Scenario Machine;
         prepare(Machine);
