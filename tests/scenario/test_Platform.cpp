@@ -1,6 +1,7 @@
 // What the simulated machine puts around the loader: time, the ends of a process, calls that fail,
 // the power cut.
 #include "Scenario.h"
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace fs = std::filesystem;
@@ -186,6 +187,22 @@ TEST(Platform, WhatAFullDiskCutsIsNotThere)
         "0 started", "Erreur : écriture de /var/vantrel/config/loader.conf");
     EXPECT_TRUE(Whole.Files.contains("loader.conf"));
     EXPECT_FALSE(Run.Files.contains("loader.conf"));
+}
+
+// An archive that an older loader stored from a full disk: it stops every start, or half of it is
+// sent.
+TEST(Platform, AnArchiveThatBreaksOffInItselfIsRemoved)
+{
+    Scenario Machine;
+    build_Machine(Machine);
+    const fs::path Archive = Machine.get_Folder() / "card/slave_sw/HEAT.2.0.0.tar.gz";
+    const std::string Cut = "gunzip -c " + Archive.string() + " | head -c 3000 | gzip > " +
+                            Archive.string() + ".cut && mv " + Archive.string() + ".cut " +
+                            Archive.string();
+    ASSERT_EQ(system(Cut.c_str()), 0);
+    Machine.run_Expecting("0 needing=1", "extraction incomplète : ../HEAT.2.0.0.tar");
+    EXPECT_FALSE(fs::exists(Archive));
+    EXPECT_EQ(qxdist::read_Folder(Machine.get_Folder() / "boards/old")["program.txt"].size(), 4U);
 }
 
 // A cut that comes too early or late, loses what was written, or leaves the RAM disk.
